@@ -1,0 +1,41 @@
+# How every target of the project is built.
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug, Release or RelWithDebInfo" FORCE)
+endif()
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
+
+set(SPECTRAL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
+
+# Warnings, hidden visibility, hardening and sanitizers for one target.
+function(spectral_target target)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wconversion -Wshadow -fstack-protector-strong
+    -ffp-contract=off)  # results are the same on machines with and without fused multiply-add
+  target_compile_definitions(${target} PRIVATE
+    $<$<AND:$<CONFIG:Release>,$<STREQUAL:${SPECTRAL_SANITIZE},>>:_FORTIFY_SOURCE=2>)
+  target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now)
+  set_target_properties(${target} PROPERTIES
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+  if(SPECTRAL_SANITIZE)
+    target_compile_options(${target} PRIVATE
+      -fsanitize=${SPECTRAL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(${target} PRIVATE -fsanitize=${SPECTRAL_SANITIZE})
+  endif()
+endfunction()
+
+# Exports from a shared library what `map` lists and nothing else, and leaves nothing undefined (the
+# sanitizers' runtime comes with the program, so not with them).
+function(spectral_export_only target map)
+  target_link_options(${target} PRIVATE -Wl,--version-script=${map})
+  if(NOT SPECTRAL_SANITIZE)
+    target_link_options(${target} PRIVATE -Wl,-z,defs)
+  endif()
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${map})
+endfunction()

@@ -1,0 +1,82 @@
+#include "driver/register_access.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <charconv>
+
+#include "driver/nodes.h"
+#include "driver/status.h"
+#include "platform/log.h"
+#include "spectral_sensor_device.h"
+
+namespace spectral {
+
+namespace {
+
+int issue_read(const VD6281_device* dev, VD6281_Transfer_t* block, const char* operation) {
+  const int status = ioctl(dev->fd_dev, kReadRegistersRequest, block);
+  if (status != 0) SPECTRAL_LOG_ERROR(kDriverTag, "%s ioctl failed", operation);
+  return status;
+}
+
+}  // namespace
+
+int read_register(VD6281_device* dev, std::uint8_t address, std::uint8_t* value) {
+  if (dev->state == VD6281_STATE_NONE) return kNoDevice;
+  VD6281_Transfer_t& block = dev->single_xfer;
+  block.mode = 1;
+  block.count = 1;
+  block.reg[0] = address;
+  if (int status = issue_read(dev, &block, "VD6281_RdByte")) return status;
+  *value = list_value(block, 0);
+  return kOk;
+}
+
+int write_register(VD6281_device* dev, std::uint8_t address, std::uint8_t value) {
+  if (dev->state == VD6281_STATE_NONE) return kNoDevice;
+  char text[] = "0x0000";  // up to four digits and the NUL, which is sent too
+  char* const digits = text + 2;
+  char* const end = std::to_chars(digits, text + sizeof text - 1, address << 8 | value, 16).ptr;
+  *end = '\0';
+  const auto length = static_cast<std::size_t>(end - text) + 1;
+  const int written = static_cast<int>(write(dev->fd_write_byte, text, length));
+  if (written >= 0) return kOk;  // the attribute takes a short count as a write
+  SPECTRAL_LOG_ERROR(kDriverTag, "%s failed, addr = 0x%x, data = %d\n", "VD6281_WrByte", address,
+                     value);
+  return written;
+}
+
+int update_register(VD6281_device* dev, std::uint8_t address, std::uint8_t mask, std::uint8_t bits,
+                    std::uint8_t* before) {
+  std::uint8_t old = 0;
+  if (int status = read_register(dev, address, &old)) return status;
+  const auto updated = static_cast<std::uint8_t>((old & ~mask) | (bits & mask));
+  if (int status = write_register(dev, address, updated)) return status;
+  if (before != nullptr) *before = old;
+  return kOk;
+}
+
+int read_list(VD6281_device* dev, VD6281_Transfer_t* list, const char* operation) {
+  if (dev->state == VD6281_STATE_NONE) return kNoDevice;
+  return issue_read(dev, list, operation);
+}
+
+}  // namespace spectral
+
+int SpectralSensorDevice::VD6281_RdByte(unsigned char addr, unsigned char* data) {
+  return spectral::read_register(&m_VD6281Device[0], addr, data);
+}
+
+int SpectralSensorDevice::VD6281_WrByte(unsigned char addr, unsigned char data) {
+  return spectral::write_register(&m_VD6281Device[0], addr, data);
+}
+
+int SpectralSensorDevice::VD6281_RdMultipleBytes(unsigned char addr, unsigned char* data,
+                                                 int count) {
+  for (int i = 0; i < count; ++i) {
+    const auto address = static_cast<std::uint8_t>(addr + i);
+    if (int status = spectral::read_register(&m_VD6281Device[0], address, &data[i])) return status;
+  }
+  return spectral::kOk;
+}

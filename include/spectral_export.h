@@ -1,0 +1,4 @@
+#pragma once
+
+// Marks what libspectralsensor shows to its callers; everything else is built hidden.
+#define SPECTRAL_EXPORT __attribute__((visibility("default")))

@@ -1,0 +1,377 @@
+#pragma once
+
+// SpectralSensorDevice: the driver of the VD6281 spectral sensor and, on top of it, the
+// process-wide sensor service with its two clients, ambient light (mode 1) and flicker (mode 2).
+//
+//   SpectralSensorDevice* sensor = SpectralSensorDevice::Create();
+//   sensor->Init(SPECTRAL_MODE_ALS);
+//   SpectralSensorOutput output{};
+//   if (sensor->Process(SPECTRAL_MODE_ALS, &output) == 0 && output.als.valid) { ... }
+//   sensor->Uninit(SPECTRAL_MODE_ALS);
+//   SpectralSensorDevice::Destroy();
+//
+// Statuses. The service answers 0, -17 (already initialised) or -22 (failed). The driver answers
+//    0  done
+//   -1  bad argument, or a kernel file that does not open
+//   -2  bring-up failed
+//   -3  OTP not ready
+//   -4  no device open
+//   -7  refused: a measurement of that kind runs, or the device is not idle
+//   -8  the measurement to stop or read does not run
+//    1  unsupported value or busy channel
+//    7  a change of the ALS settings while ALS runs
+//    8  ALS values asked while no ALS runs
+// and passes the result of a failed ioctl, read or write up unchanged. Every failed system call is
+// logged; refusals are not. Out-parameters are written only on success unless stated otherwise.
+//
+// Threads. Create and Destroy, and Init and Uninit, may be called from any thread at any time;
+// SetEnableFlag too. Nothing else locks: measurements are one at a time, and neither Uninit nor
+// Destroy may run during one of the same mode.
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+#include "spectral_export.h"
+#include "spectral_types.h"
+#include "vd6281.h"
+
+// A byte that another thread may write while a capture reads it.
+using SpectralFlag = std::atomic<std::uint8_t>;
+static_assert(sizeof(SpectralFlag) == 1 && SpectralFlag::is_always_lock_free,
+              "the enable flags are plain bytes to the embedding process");
+
+// Entry points of the flicker-analysis library.
+using FlickerCreateFn = void* (*)(void* config, std::int32_t flags);
+using FlickerProcessFn = void (*)(void* instance, float* samples, float* frequencies_hz,
+                                  float* powers);
+using FlickerDestroyFn = void (*)(void* instance);
+
+// What the flicker tracking carries from one measurement to the next.
+struct FlickerTrack {
+  std::uint32_t mains_cand = 0;
+  std::uint32_t mains_count = 0xFFFFFFFF;  // all ones: no measurement made yet
+  std::uint32_t dom_cand = 0;
+  std::uint32_t dom_count = 0xFFFFFFFF;
+  std::uint32_t mains_freq = 0;
+  std::uint32_t mains_strength = 0;  // signed
+  std::uint32_t dom_freq = 0;
+  std::uint32_t dom_strength = 0;
+  std::uint32_t dom_miss = 0;
+  std::uint32_t mains_a = 100;
+  std::uint32_t mains_b = 120;
+  std::uint32_t out_dominant_freq = 0;
+  std::uint32_t out_secondary_freq = 0;
+  std::uint32_t out_strength_a = 0;
+  std::uint32_t out_strength_b = 0;
+  std::uint32_t out_dominant_strength = 0;
+  std::uint32_t out_secondary_strength = 0;
+};
+static_assert(sizeof(FlickerTrack) == 17 * sizeof(std::uint32_t), "seventeen words");
+
+class SPECTRAL_EXPORT SpectralSensorDevice {
+ public:
+  // An object with the defaults stated at the fields below. Clients use Create.
+  SpectralSensorDevice();
+  SpectralSensorDevice(const SpectralSensorDevice&) = delete;
+  SpectralSensorDevice& operator=(const SpectralSensorDevice&) = delete;
+
+  // ---- Service: lifecycle ------------------------------------------------------------------
+
+  // The one instance of the process; the first call makes it and switches the sensor's power off
+  // ("iridel_enable"), whose failure is only logged.
+  static SpectralSensorDevice* Create();
+
+  // Counts one client of `mode` (1 = ALS, 2 = flicker); the first of either mode powers the sensor,
+  // brings it up and sets the pedestal, and the first successful one reads the calibration.
+  // Returns 0, -22 when a step failed (logged; undone by the Uninit that the caller still owes), or
+  // -17 when the sensor was up already or for any other mode, which counts nothing.
+  int Init(int mode);
+
+  // Takes one client of `mode` away; the last of a mode stops its measurement, the last of both
+  // tears the device down and switches the power off. Any other mode does nothing.
+  void Uninit(int mode);
+
+  // Tears the device down whatever the counts say, and frees the instance.
+  static void Destroy();
+
+  // Forgets all clients and switches the power off, leaving the device record, its descriptors and
+  // the measurement as they are. Returns the result of VD6281_Enable(false).
+  int ResetDevice();
+
+  // Lets the captures of a kind go on (true) or abandons them (false): `which` 1 is ALS and wakes a
+  // capture that waits, any other value is flicker. May be called from any thread.
+  void SetEnableFlag(int which, bool enable);
+
+  // ---- Service: ambient light --------------------------------------------------------------
+
+  // Takes one measurement of `mode` into `output`. Mode 1: 0 with output->als.valid 1; 0 with valid
+  // 0 for a time-out or an abort (default capture); -22 for a failure. A null `output` or any other
+  // mode gives -22.
+  int Process(int mode, SpectralSensorOutput* output);
+
+  // Starts a single-shot measurement on m_alsChannelMask. 0, or -22 (logged).
+  int StartExpALS();
+
+  // Stops it. 0, or -22 (logged).
+  int StopExpALS();
+
+  // Programs the exposure, and the gain codes of the channels in m_alsChannelMask; `actual` gets
+  // what the device took (codes of other channels 0, factors 1.0). 0; -22 when refused while ALS
+  // runs or when a register write fails (logged), or for a null argument.
+  int ConfigALS(const ALSConfig* config, ALSConfig* actual);
+
+  // Reads one measurement. With `wait` polls each millisecond, up to 8192 times or until the ALS
+  // enable flag is cleared (then 0 with valid 0); without, a result that is not ready gives -22.
+  // A failed read gives -22 and valid 0. `timestamp` is not touched. A null `result` gives -22.
+  int ReadALS(ALSResult* result, bool wait);
+
+  // Configures, starts, waits, reads and stops, with m_alsConfig as it is. No calibration factor is
+  // applied. The result is that of ReadALS.
+  int CaptureALSDefault(SpectralSensorOutput* output);
+
+  // The same with the wait on a condition variable, calibration factors applied and the next
+  // configuration proposed. On a failed read `output` gets the previous result and -22 is returned.
+  int CaptureALSAE(SpectralSensorOutput* output);
+
+  // Proposes the configuration that brings the brightest channel of `result` to 30..70 % of its
+  // saturation level; `stable` tells whether it is there already, or cannot be brought there.
+  // 0, or -22 for a null argument or a result without channels.
+  int ALSAE(ALSResult* result, ALSConfig* next, bool* stable);
+
+  // The largest entry of the ALS gain table not above `target` within the indices low..high
+  // (0..15); the entry at `low` if all are. Bad indices are logged and give the smallest gain,
+  // 0.71.
+  float LookUpGain(float target, int low, int high);
+
+  // ---- Service: calibration ----------------------------------------------------------------
+
+  // Finds the phone model and the unit's factory readings and computes the six factors.
+  // Returns 1 when the unit is calibrated now, else 0.
+  int PrepareCalibrationData();
+
+  // The phone model by the property "ro.product.device": 1..4, or 0 for any other.
+  int GetDeviceType();
+
+  // Reads the six channel readings of the factory file into `fatp`. True when all six are within
+  // 100..50000; false also for a file that does not open, a line that is not a number, or null.
+  bool GetFATPData(unsigned short* fatp);
+
+  // Computes the factors from readings given by the caller, unchecked. Without readings or for an
+  // unknown model the unit counts as not calibrated.
+  void ComputeCalData(unsigned short* fatp);
+
+  // Stores `raw` in m_alsResult, with the factors applied (at most 65535) on a calibrated unit.
+  void CorrectALSRAW(const ALSResult* raw);
+
+  // ---- Driver: power and bring-up ----------------------------------------------------------
+
+  // Writes "1" or "0" to "iridel_enable" and notes it in the instance, which must exist (Create).
+  // 0, -1 when the attribute does not open, or the failed write's result.
+  int VD6281_Enable(bool enable);
+
+  // Reads back whether the sensor is powered. 0, -1 or the failed read's result. `enabled` must not
+  // be null.
+  int VD6281_CheckEnableStatus(bool* enabled);
+
+  // Opens the kernel nodes, identifies the chip, resets and configures it. 0, or -2 with everything
+  // closed again.
+  int VD6281_Init();
+
+  // Resets the chip and closes the kernel nodes. 0 or -4.
+  int VD6281_Term();
+
+  // The driver's version. 0, or -1 for a null pointer. Needs no device.
+  int VD6281_GetVersion(unsigned int* major, unsigned int* minor);
+
+  // The chip's identifier and revision (silicon cut) as read at bring-up. 0, -4, -1.
+  int VD6281_GetProductVersion(unsigned char* id, unsigned char* revision);
+
+  // Points `uid` at the unit's id text, which the driver owns and keeps until the next bring-up.
+  // 0, -4, -1.
+  int VD6281_GetUid(char** uid);
+
+  // ---- Driver: registers -------------------------------------------------------------------
+
+  // Reads one register by one ioctl. 0, -4 or the ioctl's result, which leaves `data` untouched.
+  int VD6281_RdByte(unsigned char addr, unsigned char* data);
+
+  // Writes one register by one write to "iridel_write_byte". 0, -4 or the write's result.
+  int VD6281_WrByte(unsigned char addr, unsigned char data);
+
+  // Reads `count` consecutive registers one by one, wrapping from 0xFF to 0x00; those read before a
+  // failure are stored. A `count` below 1 reads nothing and gives 0.
+  int VD6281_RdMultipleBytes(unsigned char addr, unsigned char* data, int count);
+
+  // ---- Driver: exposure, gain and timing ---------------------------------------------------
+
+  // Sets the ALS exposure (microseconds; 1600..1636800 in steps of 1600, nearest taken) in
+  // registers 0x1E and 0x1D; `applied` gets what is in force. 0, -4, -1, 7, or a failed write's
+  // result.
+  int VD6281_SetExposureTime(unsigned int exposure, unsigned int* applied);
+  int VD6281_GetExposureTime(unsigned int* exposure);
+
+  // Sets the gain of one channel (8.8 fixed point, 256 = 1.0; the nearest of the chip's fifteen,
+  // 0.71..66.67) in registers 0x25..0x2A. 0, -4, -1, 1 while a measurement uses the channel, or a
+  // failed write's result.
+  int VD6281_SetGain(VD6281_Channel_Id_t channel, unsigned short gain, unsigned short* applied);
+  int VD6281_GetGain(VD6281_Channel_Id_t channel, unsigned short* gain);
+
+  // Sets the period of the synchronous ALS (microseconds; 0..5227500 in steps of 20500, nearest
+  // taken) in register 0x04 and reads it back into `applied`. 0, -4, -1, 7, -7 where the silicon
+  // needs the idle state, or a failed register access's result.
+  int VD6281_SetInterMeasurementTime(unsigned int period, unsigned int* applied);
+  int VD6281_GetInterMeasurementTime(unsigned int* period);
+
+  // The colour filter behind a channel. 0, -4, -1.
+  int VD6281_GetChannelColor(VD6281_Channel_Id_t channel, VD6281_Color_Id_t* color);
+
+  // ---- Driver: measurements ----------------------------------------------------------------
+
+  // Starts a measurement on a channel mask (1..63; exactly one channel for flicker). 0, -4, -1
+  // (also when a channel is in use), -7, or a failed register access's result with everything
+  // undone.
+  int VD6281_Start(VD6281_Mode_t mode, unsigned char channels);
+
+  // Stops it. 0, -4, -1, -8, or a failed register access's result.
+  int VD6281_Stop(VD6281_Mode_t mode);
+
+  // Selects what the next flicker start puts out. 0, -4, -7, or 1 for a type that the chip lacks.
+  int VD6281_SetFlickerOutputType(VD6281_FlickerOutputType_t type);
+
+  // Reads the counts of the running ALS, if a result waits, in one burst, and re-arms the chip.
+  // `ready` tells whether `values` was filled. 0, -4, -1, 8, or a failed register access's result:
+  // with `ready` 1 and `values` untouched when a read failed, filled when only the re-arming did.
+  int VD6281_GetAlsValues(unsigned char channels, VD6281_Als_t* values, unsigned char* ready);
+
+  // The same with one read a byte, of the channels asked and running only.
+  int VD6281_GetAlsValues_Ref(unsigned char channels, VD6281_Als_t* values, unsigned char* ready);
+
+  // ---- Driver: controls --------------------------------------------------------------------
+
+  // Sets one of the secondary settings (VD6281_Control_Id_t tells the values). 0, -4, -1 for an
+  // unknown control, -7 in the wrong state, 1 for an unsupported value, a failed register access's
+  // result; that of the pedestal value comes negated.
+  int VD6281_SetControl(VD6281_Control_Id_t id, unsigned int value);
+
+  // Reads one back. A failed register read still writes `value`: 1, 0 and 4 for the pedestal
+  // switch, the pedestal value and the drive strength. VD6281_CONTROL_WA_STATUS takes the
+  // work-around's identifier in `value` and ORs its flag into bit 31.
+  int VD6281_GetControl(VD6281_Control_Id_t id, unsigned int* value);
+
+  // ---- Internal operations: take the record, make no public checks -------------------------
+
+  VD6281_device* get_device();         // the record if it is free, else null
+  VD6281_device* get_active_device();  // the record if it is in use, else null
+  void setup_device(VD6281_device* dev);
+  void select_device_wa(VD6281_device* dev);
+  bool is_cut_2_0(VD6281_device* dev);
+  bool is_cut_2_1(VD6281_device* dev);
+  bool is_cut_2_2(VD6281_device* dev);
+  int channelId_2_index(VD6281_Channel_Id_t id);  // 0..31, or 6 unless exactly one bit is set
+
+  int check_supported_device(VD6281_device* dev);  // 2 for a chip that is not supported
+  int dev_sw_reset(VD6281_device* dev);
+  int opt_reset(VD6281_device* dev);  // reloads the OTP; -3 when it does not get ready
+  void put_device(VD6281_device* dev);
+  int dev_configuration(VD6281_device* dev);
+  int trim_oscillators(VD6281_device* dev);
+  int clamp_enable(VD6281_device* dev);
+
+  int opt_read_init(VD6281_device* dev);
+  int otp_read_param(VD6281_device* dev);
+  int otp_read_param_v1_v2_v3(VD6281_device* dev);
+  int otp_generate_uid(VD6281_device* dev);
+  int otp_generate_uid_v1_v2_v3(VD6281_device* dev);
+  // Bits lsb..msb of word `bank` (0 or 1); at most 31 of them.
+  int otp_read_bank(VD6281_device* dev, int bank, int lsb, int msb, unsigned int* value);
+  // `count` bits (1..31) from bit `start` of both words taken as one of 128 bits.
+  int otp_read(VD6281_device* dev, int start, int count, unsigned int* value, int reverse);
+  unsigned char byte_bit_reversal(unsigned char b);
+  char nible_to_ascii(unsigned char n);
+  char encode_nible(unsigned char n, unsigned char* acc);
+
+  int set_exposure(VD6281_device* dev, unsigned int exposure, int store);
+  int get_exposure(VD6281_device* dev, unsigned int* exposure);
+  int set_channel_gain(VD6281_device* dev, int index, unsigned short gain);  // index 0..5
+  int get_channel_gain(VD6281_device* dev, int index, unsigned short* gain);
+
+  // `mode` is a VD6281_Mode_t; the first two return the value of register 0x2E that a start or a
+  // stop asks for.
+  unsigned char dev_enable_dc_chan_en_for_mode(VD6281_device* dev, unsigned int mode,
+                                               unsigned char channels);
+  unsigned char dev_disable_dc_chan_en_for_mode(VD6281_device* dev, unsigned int mode);
+  int dev_enable_channels_for_mode(VD6281_device* dev, unsigned int mode, unsigned char channels);
+  int dev_disable_channels_for_mode(VD6281_device* dev, unsigned int mode);
+  int enable_flicker_output_mode(VD6281_device* dev);
+  int disable_flicker_output_mode(VD6281_device* dev);
+  int ac_mode_update(unsigned char mask, unsigned char bits);  // register 0x31, on the one record
+  int start_als(VD6281_device* dev, unsigned char channels, unsigned int mode);
+  int stop_als(VD6281_device* dev, unsigned int mode);
+  int start_flicker(VD6281_device* dev, unsigned char channels);
+  int stop_flicker(VD6281_device* dev);
+  int start_single_shot(VD6281_device* dev, unsigned char channels);
+  int start_synchronous(VD6281_device* dev, unsigned char channels);
+  int stop_single_shot(VD6281_device* dev);
+  int stop_synchronous(VD6281_device* dev);
+
+  int is_data_ready(VD6281_device* dev, unsigned char* ready);  // `ready` is 1 on failure too
+  int read_channel(VD6281_device* dev, int index, unsigned int* count);
+  int acknowledge_irq(VD6281_device* dev);
+  void cook_values(VD6281_device* dev, VD6281_Als_t* values);
+  void cook_values_slope(VD6281_device* dev, VD6281_Als_t* values);
+  unsigned int cook_values_slope_channel(unsigned char slope, unsigned int raw);
+
+  int get_pedestal_enable(VD6281_device* dev, unsigned int* value);
+  int set_pedestal_enable(VD6281_device* dev, unsigned int value);
+  int get_pedestal_value(VD6281_device* dev, unsigned int* value);
+  int set_pedestal_value(VD6281_device* dev, unsigned int value);  // a failure comes negated
+  int get_otp_usage_enable(VD6281_device* dev, unsigned int* value);
+  int set_otp_usage_enable(VD6281_device* dev, unsigned int value);
+  int get_output_dark_enable(VD6281_device* dev, unsigned int* value);
+  int set_output_dark_enable(VD6281_device* dev, unsigned int value);
+  int get_sda_drive_value(VD6281_device* dev, unsigned int* value);
+  int set_sda_drive_value(VD6281_device* dev, unsigned int value);
+  int get_wa_status(VD6281_device* dev, unsigned int* value);
+  int set_wa_status(VD6281_device* dev, unsigned int value);
+
+  // ---- State of the process ----------------------------------------------------------------
+
+  static SpectralSensorDevice* m_pInstance;
+  static std::mutex m_instance_mtx;  // Create and Destroy
+  static VD6281_device m_VD6281Device[1];
+
+  // ---- State of the service ----------------------------------------------------------------
+
+  ALSConfig m_alsConfig;                 // in force, or proposed for the next capture
+  std::uint8_t m_alsChannelMask = 0x1B;  // channels of the ALS measurements
+  std::uint32_t m_flkChannelMask = 0x20;
+  ALSResult m_alsResult = {};  // last result of the auto-exposure capture, calibrated
+  FlickerResult m_flkResult = {};
+  std::uint16_t m_flkGain = 1;  // 8.8
+  void* m_flickerLibHandle = nullptr;
+  FlickerCreateFn m_pfnFlickerCreate = nullptr;
+  FlickerProcessFn m_pfnFlickerProcess = nullptr;
+  FlickerDestroyFn m_pfnFlickerDestroy = nullptr;
+  void* m_flickerCore = nullptr;
+  std::timed_mutex m_flk_ag_mtx;
+  std::uint8_t m_flkRawData[16384] = {};
+  float m_flkSamples[2000] = {};
+  FlickerTrack m_flkTrack;
+  std::uint32_t m_deviceType = 0;       // phone model 1..4, 0 = unknown
+  std::uint8_t m_calibrationValid = 0;  // the factors come from factory data
+  float m_calibrationFactor[6] = {1.0f, 1.0f, 1.0f, 1.0f, 1.0f, 1.0f};
+  std::int32_t m_flkRefCount = 0;
+  std::int32_t m_alsRefCount = 0;
+  std::uint8_t m_alsAeEnable = 1;  // Process(1) runs the auto-exposure capture
+  std::uint64_t m_flkCaptureTimeNs = 0;
+  SpectralFlag m_alsEnableFlag{1};
+  SpectralFlag m_flkEnableFlag{1};
+  std::uint8_t m_powered = 0;  // last value that VD6281_Enable wrote
+  std::mutex m_flk_data_mtx;
+  std::mutex m_flk_lib_mtx;
+  std::mutex m_init_mtx;
+  std::mutex m_als_mtx;
+  std::condition_variable m_als_cv;
+};

@@ -1,0 +1,116 @@
+// Development-host versions of the Android calls, as a shared library of its own, so that a program
+// can put its own in front.
+//
+// Environment:
+//   SPECTRALHOST_LOG            lowest priority shown: verbose, debug, info, warn, error (default),
+//                               silent
+//   SPECTRALHOST_PROPERTY_FILE  file of "key=value" lines, as Android's build.prop
+//   SPECTRALHOST_PROPERTY_KEY   one property, with its dots as underscores: the value of
+//                               SPECTRALHOST_PROPERTY_ro_product_device goes before the file's
+
+#include "platform/android.h"
+
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+
+#define SPECTRALHOST_EXPORT __attribute__((visibility("default")))
+
+namespace {
+
+struct Level {
+  const char* name;
+  int priority;
+};
+constexpr Level kLevels[] = {{"verbose", 2}, {"debug", 3}, {"info", 4},
+                             {"warn", 5},    {"error", 6}, {"silent", 8}};
+constexpr char kPriorityLetters[] = "??VDIWEF";
+
+int lowest_priority_shown() {
+  const char* wanted = std::getenv("SPECTRALHOST_LOG");
+  if (wanted == nullptr) return spectral::kLogError;
+  for (const Level& level : kLevels) {
+    if (std::strcmp(level.name, wanted) == 0) return level.priority;
+  }
+  return spectral::kLogError;
+}
+
+char priority_letter(int priority) {
+  const bool known = priority >= 0 && priority < static_cast<int>(sizeof kPriorityLetters) - 1;
+  return known ? kPriorityLetters[priority] : '?';
+}
+
+std::optional<std::string> property_from_environment(std::string key) {
+  std::replace(key.begin(), key.end(), '.', '_');
+  const char* value = std::getenv(("SPECTRALHOST_PROPERTY_" + key).c_str());
+  if (value == nullptr) return std::nullopt;
+  return value;
+}
+
+std::optional<std::string> property_from_file(const std::string& key) {
+  const char* path = std::getenv("SPECTRALHOST_PROPERTY_FILE");
+  if (path == nullptr) return std::nullopt;
+  std::ifstream file(path);
+  std::string line;
+  while (std::getline(file, line)) {
+    if (line.compare(0, key.size(), key) == 0 && line[key.size()] == '=') {
+      return line.substr(key.size() + 1);
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+extern "C" {
+
+// One line on stderr in logcat's brief format, in one write.
+SPECTRALHOST_EXPORT int __android_log_print(int priority, const char* tag, const char* format,
+                                            ...) {
+  static const int lowest = lowest_priority_shown();
+  if (priority < lowest) return 0;
+  char line[1024];
+  const int head = std::snprintf(line, sizeof line, "%c/%s(%5d): ", priority_letter(priority), tag,
+                                 static_cast<int>(getpid()));
+  auto length = std::min(static_cast<std::size_t>(std::max(head, 0)), sizeof line - 1);
+  va_list arguments;
+  va_start(arguments, format);
+  const int body = std::vsnprintf(line + length, sizeof line - length, format, arguments);
+  va_end(arguments);
+  length = std::min(length + static_cast<std::size_t>(std::max(body, 0)), sizeof line - 1);
+  while (length > 0 && line[length - 1] == '\n') --length;  // logcat ends each line itself
+  line[length++] = '\n';
+  std::fwrite(line, 1, length, stderr);
+  return static_cast<int>(length);
+}
+
+SPECTRALHOST_EXPORT int property_get(const char* key, char* value, const char* default_value) {
+  auto found = property_from_environment(key);
+  if (!found) found = property_from_file(key);
+  if (!found) found = default_value != nullptr ? default_value : "";
+  const std::size_t length =
+      found->copy(value, static_cast<std::size_t>(spectral::kPropertyValueMax) - 1);
+  value[length] = '\0';
+  return static_cast<int>(length);
+}
+
+}  // extern "C"
+
+namespace android {
+
+SPECTRALHOST_EXPORT std::int64_t elapsedRealtimeNano() {
+  timespec now = {};
+  clock_gettime(CLOCK_BOOTTIME, &now);
+  return std::int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
+}
+
+}  // namespace android

@@ -1,0 +1,17 @@
+#pragma once
+
+// Bringing channels measured with different gains to one scale: that of the smallest gain in use.
+
+#include <cstdint>
+
+namespace spectral {
+
+constexpr float kUnitOfLastPlace = 0.00390625f;  // 1/256, of 8.8 gains and of counts
+
+// The smallest of `start` and the gains (six) of the channels in `delivered`.
+float smallest_gain(std::uint8_t delivered, const float* gain, float start);
+
+// count / ratio without its fraction; 0 for NaN, all ones for what does not fit.
+std::uint32_t scale_count(std::uint32_t count, float ratio);
+
+}  // namespace spectral

@@ -1,0 +1,38 @@
+#pragma once
+
+// Per-unit calibration: the phone models with their reference units' readings, the layout of the
+// factory file, and the factors that the two give.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace spectral {
+
+constexpr std::uint32_t kUnknownModel = 0;
+constexpr std::uint32_t kModels = 4;
+
+// The phone model 1..4 of this name, or kUnknownModel.
+std::uint32_t model_of(const char* name);
+
+constexpr bool is_model(std::uint32_t model) { return model >= 1 && model <= kModels; }
+
+// The channel whose reading stands on this line (from 1) of the factory file, or -1.
+int channel_on_line(int line);
+constexpr int kLastReadingLine = 13;
+
+// The reading on a line, its low 16 bits: a number in decimal, hexadecimal (0x) or octal (0),
+// blanks before and any text behind it allowed. Nothing where there is none or it does not fit an
+// int.
+std::optional<std::uint16_t> parse_reading(const std::string& line);
+
+// Whether all six readings are what a working unit gives, 100..50000.
+bool are_plausible(const std::uint16_t* reading);
+
+// What brings this unit's reading of a channel to that of the model's reference unit.
+float calibration_factor(std::uint32_t model, int channel, std::uint16_t reading);
+
+// A calibrated value does not exceed the counter's full scale.
+float calibrate(float value, float factor);
+
+}  // namespace spectral
