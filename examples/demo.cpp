@@ -1,0 +1,117 @@
+// Shows libspectralsensor reading light on the simulated phone: for each scene the captures until
+// the auto-exposure has settled.
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "simulator/phone.h"
+#include "spectral_sensor_device.h"
+
+namespace {
+
+constexpr int kMostCaptures = 12;
+constexpr char kModel[] = "tamberlo";
+// What this unit read under the factory's reference light; lines 7 to 13 count.
+constexpr char kFactoryFile[] = "\n\n\n\n\n\n1764\n3021\n1240\n8113\n0\n6350\n6511\n";
+const std::vector<std::string> kScenes = {"dark",     "candle",   "home",    "office",
+                                          "overcast", "daylight", "sunlight"};
+
+class Demo {
+ public:
+  Demo() {
+    m_phone.model(kModel).factory_file(kFactoryFile);
+    m_phone.chip().otp(spectralsim::Otp().version(6).color_map(2).uid_bits(0x0B5E77E1C0FFEE));
+    m_sensor = SpectralSensorDevice::Create();
+  }
+  ~Demo() { SpectralSensorDevice::Destroy(); }
+  Demo(const Demo&) = delete;
+  Demo& operator=(const Demo&) = delete;
+
+  bool show_all() {
+    if (m_sensor->Init(SPECTRAL_MODE_ALS) != 0) return false;
+    show_unit();
+    bool ok = true;
+    for (const std::string& scene : kScenes) ok = ok && show_scene(scene);
+    m_sensor->Uninit(SPECTRAL_MODE_ALS);
+    return ok;
+  }
+
+ private:
+  void show_unit() {
+    unsigned char id = 0;
+    unsigned char revision = 0;
+    char* uid = nullptr;
+    m_sensor->VD6281_GetProductVersion(&id, &revision);
+    m_sensor->VD6281_GetUid(&uid);
+    std::printf("Chip 0x%02X, revision 0x%02X (cut %s), unit %s, on a \"%s\" phone, %s\n", id,
+                revision, cut_of(revision), uid, kModel,
+                m_sensor->m_calibrationValid != 0 ? "calibrated" : "not calibrated");
+    std::printf("Calibration factors  ");
+    for (const float factor : m_sensor->m_calibrationFactor) std::printf(" %.3f", factor);
+    std::printf("\n");
+  }
+
+  bool show_scene(const std::string& name) {
+    m_phone.scene(name);
+    std::printf("\n%s: %s\n", name.c_str(), spectralsim::Scene::description(name).c_str());
+    std::printf(
+        "  capture  exposure         gain of channel            channel values (calibrated)\n");
+    std::printf(
+        "                ms     0     1     3     4          0         1         3         4\n");
+    m_sensor->m_alsConfig = ALSConfig{};  // as a sensor just created starts
+    ALSConfig before;
+    for (int i = 1; i <= kMostCaptures; ++i) {
+      const ALSConfig used = m_sensor->m_alsConfig;
+      if (i > 1 && is_same(used, before)) {
+        std::printf("  settled after %d captures\n", i - 1);
+        return true;
+      }
+      SpectralSensorOutput output{};
+      if (m_sensor->Process(SPECTRAL_MODE_ALS, &output) != 0 || output.als.valid == 0) return false;
+      print_capture(i, output.als);
+      before = used;
+    }
+    std::printf("  not settled within %d captures\n", kMostCaptures);
+    return true;
+  }
+
+  static const char* cut_of(unsigned char revision) {
+    return revision == 0xBA ? "2.0" : revision == 0xBB ? "2.1" : "2.2";
+  }
+
+  static bool is_same(const ALSConfig& a, const ALSConfig& b) {
+    return a.exposureTime == b.exposureTime &&
+           std::memcmp(a.gainCode, b.gainCode, sizeof a.gainCode) == 0;
+  }
+
+  void print_capture(int number, const ALSResult& als) {
+    std::printf("  %7d  %8.1f", number, als.exposureMs);
+    unsigned short gain = 0;
+    for (const int n : {0, 1, 3, 4}) {
+      m_sensor->VD6281_GetGain(static_cast<VD6281_Channel_Id_t>(1 << n), &gain);
+      std::printf(" %5.2f", gain / 256.0);
+    }
+    std::printf(" ");
+    for (const int n : {0, 1, 3, 4}) std::printf(" %9.2f", als.value[n]);
+    std::printf("\n");
+  }
+
+  spectralsim::Phone m_phone;
+  SpectralSensorDevice* m_sensor = nullptr;
+};
+
+}  // namespace
+
+int main() {
+  try {
+    if (Demo().show_all()) return EXIT_SUCCESS;
+    std::fprintf(stderr, "demo: the sensor failed; the log above says where\n");
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "demo: %s\n", error.what());
+  }
+  return EXIT_FAILURE;
+}

@@ -1,0 +1,206 @@
+#include "simulator/chip.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "driver/register_map.h"
+
+namespace spectralsim {
+
+namespace reg = spectral::reg;
+
+namespace {
+
+// The amplifier's gain behind each code 1..15; no other code passes light.
+constexpr double kGainOfCode[] = {0.0, 66.67, 50.0, 33.33, 25.0, 16.67, 10.0, 7.14,
+                                  5.0, 3.33,  2.5,  1.67,  1.25, 1.0,   0.83, 0.71};
+
+constexpr double kExposureStepMs = 1.6;
+constexpr std::int64_t kExposureStepNs = 1600000;
+constexpr std::int64_t kPeriodStepNs = 20500000;
+constexpr double kCountsPerStep = 910.0;  // what the converter holds at most in a step
+constexpr double kFullScale = 65535.0;
+constexpr double kFractions = 256.0;  // of a count, in the 24 bits
+
+constexpr std::uint8_t kCut20Revision = 0xBA;
+
+double gain_of_code(std::uint8_t code) {
+  return code < std::size(kGainOfCode) ? kGainOfCode[code] : 0.0;
+}
+
+bool is_read_only(std::uint8_t address) {
+  return address <= reg::kRevisionId ||
+         (address >= reg::kAlsResults && address < reg::kExposureHigh) ||
+         (address >= reg::kOtpStatus && address < reg::kAnalogue0);
+}
+
+}  // namespace
+
+Chip::Chip(const Clock* clock) : m_clock(clock), m_scene(Scene::named("office")) {}
+
+Chip& Chip::cut(Cut cut) {
+  return identify(0x70, static_cast<std::uint8_t>(kCut20Revision + static_cast<int>(cut)));
+}
+
+Chip& Chip::identify(std::uint8_t device_id, std::uint8_t revision_id) {
+  m_device_id = device_id;
+  m_revision_id = revision_id;
+  return *this;
+}
+
+Chip& Chip::otp(const Otp& otp) {
+  m_otp = otp;
+  return *this;
+}
+
+Chip& Chip::otp_ready_on_read(int nth) {
+  m_otp_ready_on_read = nth;
+  return *this;
+}
+
+Chip& Chip::scene(const Scene& scene) {
+  m_scene = scene;
+  return *this;
+}
+
+Chip& Chip::noise(double part, std::uint64_t seed) {
+  m_noise = part;
+  m_random.seed(seed);
+  return *this;
+}
+
+Chip& Chip::pin(std::uint8_t address, std::uint8_t value) {
+  m_pins[address] = value;
+  return *this;
+}
+
+Chip& Chip::unpin(std::uint8_t address) {
+  m_pins[address].reset();
+  return *this;
+}
+
+void Chip::power(bool on) {
+  if (on && !m_powered) reset();
+  m_powered = on;
+}
+
+void Chip::reset() {
+  m_registers.fill(0);
+  m_otp_status_reads = -1;
+  m_als_runs = false;
+  m_result_waits = false;
+}
+
+std::optional<std::uint8_t> Chip::read(std::uint8_t address) {
+  if (!m_powered) return std::nullopt;
+  finish_measurements();
+  std::uint8_t value = m_registers[address];
+  switch (address) {
+    case reg::kDeviceId:
+      value = m_device_id;
+      break;
+    case reg::kRevisionId:
+      value = m_revision_id;
+      break;
+    case reg::kStatus:
+      value = m_result_waits ? 0 : reg::kNoResult;
+      break;
+    case reg::kOtpStatus:
+      value = read_otp_status();
+      break;
+    default:
+      break;
+  }
+  return m_pins[address].value_or(value);
+}
+
+bool Chip::write(std::uint8_t address, std::uint8_t value) {
+  if (!m_powered) return false;
+  finish_measurements();
+  if (is_read_only(address)) return true;
+  m_registers[address] = value;
+  switch (address) {
+    case reg::kStatus:
+      if ((value & reg::kAcknowledge) != 0) m_result_waits = false;
+      break;
+    case reg::kMeasurement:
+      m_als_runs = false;
+      m_result_waits = false;
+      if (value == reg::kSingleShotAls || value == reg::kSynchronousAls) {
+        start_als(value == reg::kSynchronousAls);
+      }
+      break;
+    case reg::kOtpControl:
+      m_otp_status_reads = 0;
+      break;
+    case reg::kSoftwareReset:
+      if (value != 0) reset();
+      break;
+    default:
+      break;
+  }
+  return true;
+}
+
+std::uint8_t Chip::read_otp_status() {
+  if (m_otp_status_reads < 0 || m_otp_ready_on_read == 0) return 0;
+  if (++m_otp_status_reads < m_otp_ready_on_read) return 0;
+  m_otp_status_reads = m_otp_ready_on_read;
+  std::copy(m_otp.registers().begin(), m_otp.registers().end(),
+            m_registers.begin() + reg::kOtpBank0);
+  return reg::kOtpReady;
+}
+
+void Chip::start_als(bool synchronous) {
+  const int count = (m_registers[reg::kExposureHigh] & 0x03) << 8 | m_registers[reg::kExposureLow];
+  m_als_runs = true;
+  m_synchronous = synchronous;
+  m_exposure_ns = std::max(count, 1) * kExposureStepNs;
+  m_period_ns = std::max(m_exposure_ns, m_registers[reg::kInterMeasurementPeriod] * kPeriodStepNs);
+  m_result_due_ns = m_clock->now_ns() + m_exposure_ns;
+}
+
+// Brings the results up to now. A result nobody took is replaced by the next.
+void Chip::finish_measurements() {
+  if (!m_als_runs) return;
+  const std::int64_t now_ns = m_clock->now_ns();
+  if (now_ns < m_result_due_ns) return;
+  if (m_synchronous) m_result_due_ns += (now_ns - m_result_due_ns) / m_period_ns * m_period_ns;
+  latch_result(m_result_due_ns - m_exposure_ns, m_result_due_ns);
+  m_result_waits = true;
+  m_result_due_ns += m_period_ns;
+  m_als_runs = m_synchronous;
+}
+
+void Chip::latch_result(std::int64_t from_ns, std::int64_t to_ns) {
+  const double from_ms = static_cast<double>(from_ns) / kNsPerMs;
+  const double to_ms = static_cast<double>(to_ns) / kNsPerMs;
+  for (int channel = 0; channel < reg::kChannels; ++channel) {
+    const double counts = measured_counts(channel, from_ms, to_ms);
+    const auto raw = static_cast<std::uint32_t>(counts * kFractions);
+    const auto first = static_cast<std::size_t>(reg::kAlsResults + reg::kAlsResultStride * channel);
+    m_registers[first] = static_cast<std::uint8_t>(raw >> 16);
+    m_registers[first + 1] = static_cast<std::uint8_t>(raw >> 8);
+    m_registers[first + 2] = static_cast<std::uint8_t>(raw);
+  }
+}
+
+double Chip::measured_counts(int channel, double from_ms, double to_ms) {
+  const std::uint8_t bit = static_cast<std::uint8_t>(1u << channel);
+  const bool enabled = bit == reg::kChannel6 ? m_registers[reg::kAcEnable] != 0
+                                             : (m_registers[reg::kDcEnable] & bit) != 0;
+  if (!enabled) return 0.0;
+  const double exposure_ms = to_ms - from_ms;
+  const auto gain_register = static_cast<std::size_t>(reg::kChannelGain + channel);
+  double counts = m_scene.mean(channel, from_ms, to_ms) * gain_of_code(m_registers[gain_register]) *
+                  exposure_ms;
+  if (m_noise > 0.0) {
+    double normal = -6.0;  // sum of twelve even numbers: near enough, and the same everywhere
+    for (int i = 0; i < 12; ++i) normal += static_cast<double>(m_random() >> 11) * 0x1p-53;
+    counts += m_noise * std::sqrt(counts) * normal;
+  }
+  const double limit = std::min(kCountsPerStep * exposure_ms / kExposureStepMs, kFullScale);
+  return std::clamp(counts, 0.0, limit);
+}
+
+}  // namespace spectralsim

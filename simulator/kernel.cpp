@@ -1,0 +1,285 @@
+#include "simulator/kernel.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "driver/nodes.h"
+#include "vd6281.h"
+
+namespace spectralsim {
+
+namespace {
+
+constexpr char kFactoryFilePath[] = "/mnt/vendor/persist/camera/ials_fac_test";
+constexpr std::uint32_t kMostRegisters = 32;
+constexpr unsigned long kHighestRegisterWrite = 0xFFFF;  // address and value
+
+std::atomic<Kernel*> g_current{nullptr};
+
+// As the kernel's number parser does: the whole text, which may end in a newline, and no more.
+std::optional<unsigned long> number_of(const std::string& text) {
+  if (text.empty() || text[0] < '0' || text[0] > '9') return std::nullopt;
+  char* end = nullptr;
+  const unsigned long number = std::strtoul(text.c_str(), &end, 0);
+  if (*end == '\n') ++end;
+  if (*end != '\0') return std::nullopt;
+  return number;
+}
+
+long fail_with(int error) {
+  errno = error;
+  return -1;
+}
+
+long fail_with(const Fault& fault) {
+  errno = fault.error();
+  return fault.result();
+}
+
+}  // namespace
+
+Kernel* Kernel::current() { return g_current.load(std::memory_order_acquire); }
+
+void Kernel::set_current(Kernel* kernel) { g_current.store(kernel, std::memory_order_release); }
+
+Node Kernel::node_of_path(const char* path) {
+  struct Place {
+    const char* path;
+    Node node;
+  };
+  static constexpr Place kPlaces[] = {{spectral::kDevicePath, Node::kDevice},
+                                      {spectral::kEnablePath, Node::kEnable},
+                                      {spectral::kReadBytePath, Node::kReadByte},
+                                      {spectral::kWriteBytePath, Node::kWriteByte},
+                                      {kFactoryFilePath, Node::kFactoryFile}};
+  if (path == nullptr) return Node::kNone;
+  for (const Place& place : kPlaces) {
+    if (std::strcmp(place.path, path) == 0) return place.node;
+  }
+  return Node::kNone;
+}
+
+Node Kernel::node_of_fd(int fd) const {
+  if (fd < 0 || static_cast<std::size_t>(fd) >= kMaxFd) return Node::kNone;
+  return static_cast<Node>(
+      m_node_of_fd[static_cast<std::size_t>(fd)].load(std::memory_order_acquire));
+}
+
+const Fault* Kernel::strike(Call call, Node node, int address) {
+  const Fault* struck = nullptr;
+  for (Fault& fault : m_faults) {
+    if (fault.strikes(call, node, address) && struck == nullptr) struck = &fault;
+  }
+  return struck;
+}
+
+Event Kernel::event_on(Call call, int fd) const {
+  Event event;
+  event.call = call;
+  event.node = node_of_fd(fd);
+  event.fd = fd;
+  return event;
+}
+
+long Kernel::finish(Event event, long result) {
+  const int error = errno;
+  event.result = result;
+  event.error = result < 0 ? error : 0;
+  if (m_keep_trace) m_trace.push_back(std::move(event));
+  errno = error;
+  return result;
+}
+
+// A real descriptor stands for the phone's, so that its number is nobody else's: the file with its
+// content, or an empty one.
+int Kernel::open_descriptor(Node node) {
+  const int fd = static_cast<int>(syscall(SYS_memfd_create, name_of(node), MFD_CLOEXEC));
+  if (fd < 0) return -1;
+  if (static_cast<std::size_t>(fd) >= kMaxFd) {
+    syscall(SYS_close, fd);
+    return static_cast<int>(fail_with(EMFILE));
+  }
+  if (node == Node::kFactoryFile) {
+    syscall(SYS_write, fd, m_factory_file->data(), m_factory_file->size());
+    syscall(SYS_lseek, fd, 0L, SEEK_SET);
+  }
+  m_node_of_fd[static_cast<std::size_t>(fd)].store(static_cast<std::uint8_t>(node),
+                                                   std::memory_order_release);
+  return fd;
+}
+
+int Kernel::open(Node node) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  Event event;
+  event.call = Call::kOpen;
+  event.node = node;
+  const Fault* fault = strike(Call::kOpen, node, -1);
+  if (fault != nullptr) {
+    fail_with(*fault);
+  } else if (m_absent.count(node) != 0 ||
+             (node == Node::kFactoryFile && !m_factory_file.has_value())) {
+    fail_with(ENOENT);
+  } else {
+    event.fd = open_descriptor(node);
+  }
+  const int fd = event.fd;
+  return static_cast<int>(finish(std::move(event), fd));
+}
+
+void Kernel::forget(int fd) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  Event event = event_on(Call::kClose, fd);
+  m_node_of_fd[static_cast<std::size_t>(fd)].store(0, std::memory_order_release);
+  finish(std::move(event), 0);
+}
+
+int Kernel::close(int fd) {
+  forget(fd);
+  return static_cast<int>(syscall(SYS_close, fd));
+}
+
+long Kernel::serve_read(const Event& event, void* buffer, std::size_t size) {
+  if (const Fault* fault = strike(Call::kRead, event.node, -1)) return fail_with(*fault);
+  switch (event.node) {
+    case Node::kFactoryFile:
+      return syscall(SYS_read, event.fd, buffer, size);
+    case Node::kEnable:
+      return static_cast<long>(
+          std::string(m_chip.powered() ? "1\n" : "0\n").copy(static_cast<char*>(buffer), size));
+    default:
+      return fail_with(EINVAL);
+  }
+}
+
+ssize_t Kernel::read(int fd, void* buffer, std::size_t size) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  Event event = event_on(Call::kRead, fd);
+  const long result = serve_read(event, buffer, size);
+  return finish(std::move(event), result);
+}
+
+long Kernel::take_write(Event* event) {
+  const auto number = number_of(event->text.c_str());
+  const bool is_register = event->node == Node::kWriteByte;
+  if (!number || *number > (is_register ? kHighestRegisterWrite : 1)) return fail_with(EINVAL);
+  if (is_register) {
+    event->address = static_cast<int>(*number >> 8);
+    event->value = static_cast<int>(*number & 0xFF);
+  }
+  const Fault* fault = strike(Call::kWrite, event->node, event->address);
+  if (fault != nullptr && fault->result() < 0) return fail_with(*fault);
+  if (!is_register) {
+    m_chip.power(*number == 1);
+  } else if (!m_chip.write(static_cast<std::uint8_t>(event->address),
+                           static_cast<std::uint8_t>(event->value))) {
+    return fail_with(EIO);
+  }
+  return fault != nullptr ? fault->result() : static_cast<long>(event->text.size());
+}
+
+ssize_t Kernel::write(int fd, const void* buffer, std::size_t size) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  Event event = event_on(Call::kWrite, fd);
+  event.text.assign(static_cast<const char*>(buffer), size);
+  const bool writable = event.node == Node::kWriteByte || event.node == Node::kEnable;
+  const long result = writable ? take_write(&event) : fail_with(EINVAL);
+  return finish(std::move(event), result);
+}
+
+long Kernel::read_registers(VD6281_Transfer_t* block, Event* event) {
+  if (block->count < 1 || block->count > kMostRegisters) return fail_with(EINVAL);
+  event->address = static_cast<int>(block->reg[0]);
+  event->count = static_cast<int>(block->count);
+  const Fault* fault = strike(Call::kIoctl, Node::kDevice, event->address);
+  if (fault != nullptr) return fail_with(*fault);
+  for (std::uint32_t i = 0; i < block->count; ++i) {
+    const auto value = m_chip.read(static_cast<std::uint8_t>(block->reg[i]));
+    if (!value) return fail_with(EIO);
+    block->data[i] = *value;
+    if (block->count == 1) event->value = *value;
+  }
+  return 0;
+}
+
+int Kernel::ioctl(int fd, unsigned long request, void* argument) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  Event event = event_on(Call::kIoctl, fd);
+  const bool known = event.node == Node::kDevice && request == spectral::kReadRegistersRequest;
+  const long result =
+      known ? read_registers(static_cast<VD6281_Transfer_t*>(argument), &event) : fail_with(ENOTTY);
+  return static_cast<int>(finish(std::move(event), result));
+}
+
+void Kernel::log(int priority, const char* tag, const char* text) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  Event event;
+  event.call = Call::kLog;
+  event.priority = priority;
+  event.tag = tag;
+  event.text = text;
+  finish(std::move(event), 0);
+}
+
+void Kernel::add_fault(const Fault& fault) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_faults.push_back(fault);
+}
+
+void Kernel::clear_faults() {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_faults.clear();
+}
+
+void Kernel::set_present(Node node, bool present) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  if (present) {
+    m_absent.erase(node);
+  } else {
+    m_absent.insert(node);
+  }
+}
+
+void Kernel::set_file(std::optional<std::string> content) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_factory_file = std::move(content);
+}
+
+void Kernel::set_model(std::optional<std::string> model) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_model = std::move(model);
+}
+
+std::optional<std::string> Kernel::model() const {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  return m_model;
+}
+
+Trace Kernel::trace() const {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  return m_trace;
+}
+
+void Kernel::clear_trace() {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_trace.clear();
+}
+
+void Kernel::keep_trace(bool on) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_keep_trace = on;
+}
+
+int Kernel::open_descriptors() const {
+  return static_cast<int>(std::count_if(m_node_of_fd.begin(), m_node_of_fd.end(),
+                                        [](const auto& node) { return node.load() != 0; }));
+}
+
+}  // namespace spectralsim

@@ -1,0 +1,86 @@
+#include "simulator/phone.h"
+
+#include <stdexcept>
+
+#include "simulator/kernel.h"
+
+namespace spectralsim {
+
+Phone::Phone() : m_kernel(std::make_unique<Kernel>()) {
+  if (Kernel::current() != nullptr) throw std::logic_error("a phone is plugged in already");
+  Kernel::set_current(m_kernel.get());
+}
+
+Phone::~Phone() { Kernel::set_current(nullptr); }
+
+Chip& Phone::chip() { return m_kernel->chip(); }
+
+Clock& Phone::clock() { return m_kernel->clock(); }
+
+Phone& Phone::scene(const std::string& name) {
+  chip().scene(Scene::named_or_file(name));
+  return *this;
+}
+
+Phone& Phone::remove(Node node) {
+  m_kernel->set_present(node, false);
+  return *this;
+}
+
+Phone& Phone::restore(Node node) {
+  m_kernel->set_present(node, true);
+  return *this;
+}
+
+Phone& Phone::remove_sensor() {
+  return remove(Node::kDevice)
+      .remove(Node::kEnable)
+      .remove(Node::kReadByte)
+      .remove(Node::kWriteByte);
+}
+
+Phone& Phone::model(const std::string& name) {
+  m_kernel->set_model(name);
+  return *this;
+}
+
+Phone& Phone::factory_file(const std::string& content) {
+  m_kernel->set_file(content);
+  return *this;
+}
+
+Phone& Phone::fail(const Fault& fault) {
+  m_kernel->add_fault(fault);
+  return *this;
+}
+
+Phone& Phone::heal() {
+  m_kernel->clear_faults();
+  return *this;
+}
+
+Trace Phone::trace() const { return m_kernel->trace(); }
+
+Phone& Phone::clear_trace() {
+  m_kernel->clear_trace();
+  return *this;
+}
+
+Phone& Phone::keep_trace(bool on) {
+  m_kernel->keep_trace(on);
+  return *this;
+}
+
+std::vector<std::string> Phone::events() const { return describe(trace()); }
+
+std::vector<std::string> Phone::log() const {
+  std::vector<std::string> lines;
+  for (const Event& event : trace()) {
+    if (event.call == Call::kLog) lines.push_back(describe(event));
+  }
+  return lines;
+}
+
+int Phone::open_descriptors() const { return m_kernel->open_descriptors(); }
+
+}  // namespace spectralsim

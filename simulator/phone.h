@@ -1,0 +1,68 @@
+#pragma once
+
+// A simulated phone around libspectralsensor, for tests, benchmarks and demonstrations.
+//
+//   spectralsim::Phone phone;                 // an office, cut 2.2, virtual time
+//   phone.chip().cut(spectralsim::Cut::k2_0);
+//   phone.fail(spectralsim::Fault::register_write().at(0x2E));
+//   ... use SpectralSensorDevice ...
+//   phone.trace();                            // what it did
+//
+// A program links libspectralsim ahead of everything else, so that the library's system calls and
+// Android calls meet the phone; without a phone they pass through.
+
+#include <memory>
+#include <string>
+
+#include "simulator/chip.h"
+#include "simulator/clock.h"
+#include "simulator/fault.h"
+#include "simulator/scene.h"
+#include "simulator/trace.h"
+
+namespace spectralsim {
+
+class Kernel;
+
+// The phone that the process runs on, from construction to destruction; one at a time.
+class __attribute__((visibility("default"))) Phone {
+ public:
+  Phone();
+  ~Phone();
+  Phone(const Phone&) = delete;
+  Phone& operator=(const Phone&) = delete;
+
+  Chip& chip();
+  Clock& clock();
+
+  // Puts a scene in front of the sensor: a built-in one, or a JSON file by its path.
+  Phone& scene(const std::string& name);
+
+  // Lets a node be missing, or be there again.
+  Phone& remove(Node node);
+  Phone& restore(Node node);
+  Phone& remove_sensor();  // all of its nodes
+
+  // The property "ro.product.device"; a phone has none at first.
+  Phone& model(const std::string& name);
+  // The factory calibration file; a phone has none at first.
+  Phone& factory_file(const std::string& content);
+
+  Phone& fail(const Fault& fault);
+  Phone& heal();  // no faults any more
+
+  Trace trace() const;
+  Phone& clear_trace();
+  Phone& keep_trace(bool on);  // on at first
+  // The trace as lines, of everything or of the log alone.
+  std::vector<std::string> events() const;
+  std::vector<std::string> log() const;
+
+  // Descriptors of the phone's nodes that are open now.
+  int open_descriptors() const;
+
+ private:
+  std::unique_ptr<Kernel> m_kernel;
+};
+
+}  // namespace spectralsim

@@ -1,0 +1,136 @@
+// The file calls that stand in front of libc's: the phone's nodes go to the simulated kernel,
+// everything else passes through.
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <optional>
+
+#include "simulator/kernel.h"
+#include "simulator/next.h"
+
+#define SIM_PREEMPTS __attribute__((visibility("default")))
+
+using spectralsim::Kernel;
+using spectralsim::next_symbol;
+using spectralsim::Node;
+
+namespace {
+
+// The phone's answer to an open of this path; nothing where it is not the phone's.
+std::optional<int> open_on_phone(const char* path) {
+  Kernel* kernel = Kernel::current();
+  const Node node = Kernel::node_of_path(path);
+  if (kernel == nullptr || node == Node::kNone) return std::nullopt;
+  return kernel->open(node);
+}
+
+std::optional<FILE*> fopen_on_phone(const char* path, const char* mode) {
+  const auto fd = open_on_phone(path);
+  if (!fd) return std::nullopt;
+  return *fd < 0 ? nullptr : fdopen(*fd, mode);
+}
+
+// The kernel of the phone that this descriptor belongs to, or null.
+Kernel* kernel_of(int fd) {
+  Kernel* kernel = Kernel::current();
+  return kernel != nullptr && kernel->node_of_fd(fd) != Node::kNone ? kernel : nullptr;
+}
+
+bool takes_mode(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
+
+mode_t mode_behind(int flags, va_list arguments) {
+  return takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+SIM_PREEMPTS int open(const char* path, int flags, ...) {
+  static const auto next = next_symbol<int(const char*, int, ...)>("open");
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = mode_behind(flags, arguments);
+  va_end(arguments);
+  const auto fd = open_on_phone(path);
+  return fd ? *fd : next(path, flags, mode);
+}
+
+SIM_PREEMPTS int open64(const char* path, int flags, ...) {
+  static const auto next = next_symbol<int(const char*, int, ...)>("open64");
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = mode_behind(flags, arguments);
+  va_end(arguments);
+  const auto fd = open_on_phone(path);
+  return fd ? *fd : next(path, flags, mode);
+}
+
+SIM_PREEMPTS int openat(int directory, const char* path, int flags, ...) {
+  static const auto next = next_symbol<int(int, const char*, int, ...)>("openat");
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = mode_behind(flags, arguments);
+  va_end(arguments);
+  const auto fd = open_on_phone(path);
+  return fd ? *fd : next(directory, path, flags, mode);
+}
+
+// What open and open64 become under _FORTIFY_SOURCE.
+SIM_PREEMPTS int __open_2(const char* path, int flags) { return open(path, flags); }
+SIM_PREEMPTS int __open64_2(const char* path, int flags) { return open64(path, flags); }
+
+SIM_PREEMPTS FILE* fopen(const char* path, const char* mode) {
+  static const auto next = next_symbol<FILE*(const char*, const char*)>("fopen");
+  const auto stream = fopen_on_phone(path, mode);
+  return stream ? *stream : next(path, mode);
+}
+
+SIM_PREEMPTS FILE* fopen64(const char* path, const char* mode) {
+  static const auto next = next_symbol<FILE*(const char*, const char*)>("fopen64");
+  const auto stream = fopen_on_phone(path, mode);
+  return stream ? *stream : next(path, mode);
+}
+
+SIM_PREEMPTS int fclose(FILE* stream) {
+  static const auto next = next_symbol<int(FILE*)>("fclose");
+  const int fd = stream != nullptr ? fileno(stream) : -1;
+  if (Kernel* kernel = kernel_of(fd)) kernel->forget(fd);
+  return next(stream);
+}
+
+SIM_PREEMPTS int close(int fd) {
+  static const auto next = next_symbol<int(int)>("close");
+  Kernel* kernel = kernel_of(fd);
+  return kernel != nullptr ? kernel->close(fd) : next(fd);
+}
+
+SIM_PREEMPTS ssize_t read(int fd, void* buffer, size_t size) {
+  static const auto next = next_symbol<ssize_t(int, void*, size_t)>("read");
+  Kernel* kernel = kernel_of(fd);
+  return kernel != nullptr ? kernel->read(fd, buffer, size) : next(fd, buffer, size);
+}
+
+SIM_PREEMPTS ssize_t write(int fd, const void* buffer, size_t size) {
+  static const auto next = next_symbol<ssize_t(int, const void*, size_t)>("write");
+  Kernel* kernel = kernel_of(fd);
+  return kernel != nullptr ? kernel->write(fd, buffer, size) : next(fd, buffer, size);
+}
+
+SIM_PREEMPTS int ioctl(int fd, unsigned long request, ...) noexcept {
+  static const auto next = next_symbol<int(int, unsigned long, ...)>("ioctl");
+  va_list arguments;
+  va_start(arguments, request);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  Kernel* kernel = kernel_of(fd);
+  return kernel != nullptr ? kernel->ioctl(fd, request, argument) : next(fd, request, argument);
+}
+
+}  // extern "C"

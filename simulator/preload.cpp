@@ -1,0 +1,92 @@
+// The phone of a program that has libspectralsim preloaded and knows nothing of it, set up by the
+// environment:
+//   SPECTRALSIM_SCENE         a built-in scene or a JSON file (office)
+//   SPECTRALSIM_CUT           2.0, 2.1 or 2.2 (2.2)
+//   SPECTRALSIM_TIME          real or virtual (real)
+//   SPECTRALSIM_SENSOR        none for a phone without one
+//   SPECTRALSIM_MODEL         the phone's model
+//   SPECTRALSIM_FACTORY_FILE  a file that stands for the factory calibration file
+//   SPECTRALSIM_FAULTS        faults, blanks between them, as Fault::parse takes them
+//   SPECTRALSIM_TRACE         a file that gets the trace when the program ends
+// What cannot be set up ends the program before it begins, with a line that says why.
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "simulator/phone.h"
+
+namespace spectralsim {
+
+namespace {
+
+constexpr int kUsageExit = 2;
+
+std::string variable(const char* name, const char* otherwise = "") {
+  const char* value = std::getenv(name);
+  return value != nullptr && *value != '\0' ? value : otherwise;
+}
+
+Cut cut_named(const std::string& name) {
+  if (name == "2.0") return Cut::k2_0;
+  if (name == "2.1") return Cut::k2_1;
+  if (name == "2.2") return Cut::k2_2;
+  throw std::invalid_argument("SPECTRALSIM_CUT is 2.0, 2.1 or 2.2");
+}
+
+bool is_virtual(const std::string& time) {
+  if (time == "virtual") return true;
+  if (time == "real") return false;
+  throw std::invalid_argument("SPECTRALSIM_TIME is real or virtual");
+}
+
+std::string content_of(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) throw std::invalid_argument("cannot open SPECTRALSIM_FACTORY_FILE " + path);
+  std::ostringstream content;
+  content << file.rdbuf();
+  return content.str();
+}
+
+void set_up(Phone* phone) {
+  phone->scene(variable("SPECTRALSIM_SCENE", "office"));
+  phone->chip().cut(cut_named(variable("SPECTRALSIM_CUT", "2.2")));
+  phone->clock().set_virtual(is_virtual(variable("SPECTRALSIM_TIME", "real")));
+  phone->keep_trace(!variable("SPECTRALSIM_TRACE").empty());
+  if (variable("SPECTRALSIM_SENSOR") == "none") phone->remove_sensor();
+  const std::string model = variable("SPECTRALSIM_MODEL");
+  if (!model.empty()) phone->model(model);
+  const std::string factory_file = variable("SPECTRALSIM_FACTORY_FILE");
+  if (!factory_file.empty()) phone->factory_file(content_of(factory_file));
+  std::istringstream faults(variable("SPECTRALSIM_FAULTS"));
+  for (std::string fault; faults >> fault;) phone->fail(Fault::parse(fault));
+}
+
+// Never freed: calls may come until the very end of the process.
+Phone* g_phone = nullptr;
+
+__attribute__((constructor)) void plug_in() {
+  if (variable("LD_PRELOAD").find("spectralsim") == std::string::npos) return;
+  g_phone = new Phone();
+  try {
+    set_up(g_phone);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "spectralsim: %s\n", error.what());
+    std::_Exit(kUsageExit);
+  }
+}
+
+__attribute__((destructor)) void unplug() {
+  const std::string path = variable("SPECTRALSIM_TRACE");
+  if (g_phone == nullptr || path.empty()) return;
+  std::ofstream file(path);
+  for (const std::string& line : g_phone->events()) file << line << '\n';
+}
+
+}  // namespace
+
+}  // namespace spectralsim

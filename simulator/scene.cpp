@@ -1,0 +1,164 @@
+#include "simulator/scene.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+namespace spectralsim {
+
+namespace {
+
+// What each kind of lamp gives on the channels red, green, blue, infrared, clear and flicker
+// (clear, wider), relative to its clear light.
+constexpr Light kWarm = {0.52, 0.36, 0.12, 1.35, 1.0, 1.25};      // candle, incandescent
+constexpr Light kLed = {0.34, 0.47, 0.24, 0.05, 1.0, 1.15};       // white LED
+constexpr Light kSky = {0.29, 0.44, 0.38, 0.60, 1.0, 1.22};       // daylight
+constexpr Light kNightSky = {0.33, 0.42, 0.30, 0.45, 1.0, 1.20};  // moon and distant lamps
+
+Light scaled(const Light& light, double by) {
+  Light result = light;
+  for (double& channel : result) channel *= by;
+  return result;
+}
+
+struct Named {
+  const char* name;
+  const char* description;
+  std::vector<Scene::Point> points;
+};
+
+const std::vector<Named>& table() {
+  static const std::vector<Named> scenes = {
+      {"dark", "a closed box: a trace of light only", {{0, scaled(kNightSky, 0.0005)}}},
+      {"moonlight", "a field at full moon", {{0, scaled(kNightSky, 0.01)}}},
+      {"candle", "a candle on the table", {{0, scaled(kWarm, 0.6)}}},
+      {"home", "a living room under incandescent lamps", {{0, scaled(kWarm, 7.0)}}},
+      {"office", "an office under white LED panels", {{0, scaled(kLed, 28.0)}}},
+      {"overcast", "outside under a grey sky", {{0, scaled(kSky, 150.0)}}},
+      {"daylight", "outside in open shade", {{0, scaled(kSky, 420.0)}}},
+      {"sunlight",
+       "straight into the sun: more than the chip can hold",
+       {{0, scaled(kSky, 2500.0)}}},
+      {"dusk",
+       "daylight that falls to moonlight within a minute",
+       {{0, scaled(kSky, 420.0)},
+        {20000, scaled(kSky, 60.0)},
+        {40000, scaled(kSky, 4.0)},
+        {60000, scaled(kNightSky, 0.01)}}},
+      {"lamp-on",
+       "a dark room, and after two seconds the light goes on",
+       {{0, scaled(kNightSky, 0.01)}, {2000, scaled(kNightSky, 0.01)}, {2001, scaled(kLed, 28.0)}}},
+      {"clouds",
+       "sun and passing clouds, for twenty seconds",
+       {{0, scaled(kSky, 420.0)},
+        {4000, scaled(kSky, 420.0)},
+        {5000, scaled(kSky, 120.0)},
+        {9000, scaled(kSky, 120.0)},
+        {10000, scaled(kSky, 420.0)},
+        {14000, scaled(kSky, 420.0)},
+        {15000, scaled(kSky, 90.0)},
+        {20000, scaled(kSky, 420.0)}}},
+  };
+  return scenes;
+}
+
+const Named& find(const std::string& name) {
+  for (const Named& scene : table()) {
+    if (name == scene.name) return scene;
+  }
+  std::string known;
+  for (const Named& scene : table()) known += std::string(known.empty() ? "" : ", ") + scene.name;
+  throw std::invalid_argument("no scene \"" + name + "\"; there are " + known);
+}
+
+Light light_of(const nlohmann::json& value) {
+  if (!value.is_array() || value.size() != Light{}.size()) {
+    throw std::invalid_argument("\"light\" takes six numbers, one a channel");
+  }
+  Light light = {};
+  for (std::size_t i = 0; i < light.size(); ++i) {
+    if (!value[i].is_number() || value[i].get<double>() < 0) {
+      throw std::invalid_argument("light is a number, 0 or more");
+    }
+    light[i] = value[i].get<double>();
+  }
+  return light;
+}
+
+}  // namespace
+
+Scene::Scene(std::vector<Point> points) : m_points(std::move(points)) {
+  const auto earlier = [](const Point& a, const Point& b) { return a.at_ms < b.at_ms; };
+  if (m_points.empty() || !std::is_sorted(m_points.begin(), m_points.end(), earlier)) {
+    throw std::invalid_argument("a scene takes at least one point, in order of time");
+  }
+}
+
+Scene Scene::named(const std::string& name) { return Scene(find(name).points); }
+
+std::vector<std::string> Scene::names() {
+  std::vector<std::string> result;
+  for (const Named& scene : table()) result.emplace_back(scene.name);
+  return result;
+}
+
+std::string Scene::description(const std::string& name) { return find(name).description; }
+
+Scene Scene::from_json(const std::string& text) {
+  const auto scene = nlohmann::json::parse(text, nullptr, false);
+  if (!scene.is_object()) throw std::invalid_argument("a scene is one JSON object");
+  if (scene.contains("light")) return Scene(light_of(scene["light"]));
+  if (!scene.contains("points") || !scene["points"].is_array()) {
+    throw std::invalid_argument("a scene has \"light\" or a list of \"points\"");
+  }
+  std::vector<Point> points;
+  for (const auto& point : scene["points"]) {
+    if (!point.is_object() || !point.contains("at_ms") || !point["at_ms"].is_number() ||
+        !point.contains("light")) {
+      throw std::invalid_argument("a point has \"at_ms\" and \"light\"");
+    }
+    points.push_back({point["at_ms"].get<double>(), light_of(point["light"])});
+  }
+  return Scene(std::move(points));
+}
+
+Scene Scene::named_or_file(const std::string& name) {
+  const std::string suffix = ".json";
+  if (name.size() <= suffix.size() ||
+      name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0) {
+    return named(name);
+  }
+  std::ifstream file(name);
+  if (!file) throw std::invalid_argument("cannot open the scene file " + name);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return from_json(text.str());
+}
+
+double Scene::level(int channel, double at_ms) const {
+  const auto index = static_cast<std::size_t>(channel);
+  const auto after =
+      std::upper_bound(m_points.begin(), m_points.end(), at_ms,
+                       [](double time, const Point& point) { return time < point.at_ms; });
+  if (after == m_points.begin()) return m_points.front().light[index];
+  const auto before = std::prev(after);
+  if (after == m_points.end()) return before->light[index];
+  const double part = (at_ms - before->at_ms) / (after->at_ms - before->at_ms);
+  return before->light[index] + part * (after->light[index] - before->light[index]);
+}
+
+double Scene::mean(int channel, double from_ms, double to_ms) const {
+  if (m_points.size() == 1) return m_points.front().light[static_cast<std::size_t>(channel)];
+  constexpr int kSteps = 64;  // midpoints
+  double sum = 0.0;
+  for (int i = 0; i < kSteps; ++i) {
+    sum += level(channel, from_ms + (to_ms - from_ms) * (i + 0.5) / kSteps);
+  }
+  return sum / kSteps;
+}
+
+}  // namespace spectralsim
