@@ -1,0 +1,244 @@
+#include <cmath>
+
+#include "service/auto_exposure.h"
+#include "tests/support/sensor_test.h"
+
+namespace {
+
+using spectral::AlsVerdict;
+
+struct Proposed {
+  AlsVerdict verdict;
+  std::uint32_t exposure_us;
+  std::vector<float> gain;
+};
+
+Proposed propose(std::uint8_t channels, std::vector<float> value, float exposure_ms, float gain) {
+  value.resize(6, 0.0f);
+  const auto proposal = spectral::propose_exposure({channels, value.data(), exposure_ms, gain});
+  return {proposal.verdict, proposal.exposure_us, {proposal.gain, proposal.gain + 6}};
+}
+
+TEST(AutoExposureRule, LooksGainsUpDownward) {
+  EXPECT_EQ(spectral::look_up_gain(5.0f, 0, 15), 5.0f);
+  EXPECT_EQ(spectral::look_up_gain(4.99f, 0, 15), 3.33f);
+  EXPECT_EQ(spectral::look_up_gain(0.5f, 0, 15), 0.71f);
+  EXPECT_EQ(spectral::look_up_gain(200.0f, 0, 15), 100.0f);
+  EXPECT_EQ(spectral::look_up_gain(200.0f, 0, 12), 33.0f);
+  EXPECT_EQ(spectral::look_up_gain(1.0f, 3, 3), 1.25f);
+  EXPECT_EQ(spectral::look_up_gain(std::nanf(""), 0, 15), 0.71f);
+  for (int i = 0; i < spectral::kAlsGains; ++i) {
+    EXPECT_EQ(spectral::look_up_gain(spectral::kAlsGainTable[i], 0, 15),
+              spectral::kAlsGainTable[i]);
+  }
+}
+
+TEST(AutoExposureRule, KeepsAMeasurementBetween30And70Percent) {
+  for (const auto& [brightest, verdict] :
+       {std::pair(19660.0f, AlsVerdict::kNotWellPlaced), std::pair(19661.0f, AlsVerdict::kInRange),
+        std::pair(30000.0f, AlsVerdict::kInRange), std::pair(45874.0f, AlsVerdict::kInRange),
+        std::pair(45875.0f, AlsVerdict::kNotWellPlaced)}) {
+    EXPECT_EQ(propose(0x02, {65535.0f, brightest}, 115.2f, 1.0f).verdict, verdict) << brightest;
+  }
+  // Below 115.2 ms what the exposure can hold is less: 910 counts in the shortest.
+  EXPECT_EQ(propose(0x01, {600.0f}, 1.6f, 1.0f).verdict, AlsVerdict::kInRange);
+  EXPECT_EQ(propose(0x01, {200.0f}, 100.0f, 1.0f).verdict, AlsVerdict::kNotWellPlaced);
+  EXPECT_EQ(propose(0x01, {39812.0f}, 100.0f, 1.0f).verdict, AlsVerdict::kInRange);
+  EXPECT_EQ(propose(0x01, {39813.0f}, 100.0f, 1.0f).verdict, AlsVerdict::kNotWellPlaced);
+}
+
+TEST(AutoExposureRule, GivesUpOnASaturatedShortestSetting) {
+  const Proposed proposal = propose(0x1B, {65535.0f}, 115.2f, 0.70703125f);
+  EXPECT_EQ(proposal.verdict, AlsVerdict::kSaturated);
+  EXPECT_EQ(proposal.exposure_us, 115200u);
+  EXPECT_THAT(proposal.gain, ::testing::Each(0.71f));
+  EXPECT_EQ(propose(0x1B, {65535.0f}, 116.8f, 0.71f).verdict, AlsVerdict::kNotWellPlaced);
+  EXPECT_EQ(propose(0x1B, {65535.0f}, 115.2f, 0.83f).verdict, AlsVerdict::kNotWellPlaced);
+  EXPECT_EQ(propose(0x1B, {910.0f}, 1.6f, 0.71f).verdict, AlsVerdict::kSaturated);
+}
+
+TEST(AutoExposureRule, RefusesExposuresOutsideItsLimits) {
+  for (const float exposure_ms : {0.0f, 1.5999f, 1638.5f, 4000.0f}) {
+    EXPECT_EQ(propose(0x01, {1.0f}, exposure_ms, 1.0f).verdict, AlsVerdict::kBadExposure);
+  }
+  EXPECT_NE(propose(0x01, {1.0f}, 1638.4f, 1.0f).verdict, AlsVerdict::kBadExposure);
+}
+
+TEST(AutoExposureRule, TradesGainAgainstExposure) {
+  // Clipped: half of it, 1.39 of the base, which is gain 1.25 and the rest in exposure.
+  const Proposed clipped = propose(0x1B, {65535.0f, 30000.0f, 9.0f, 0.4f, 65535.0f}, 320.0f, 1.0f);
+  EXPECT_EQ(clipped.exposure_us, 128000u);
+  EXPECT_THAT(clipped.gain, ElementsAre(1.25f, 2.5f, 1.25f, 100.0f, 1.25f, 1.25f));
+  // Dark: a hundred times more, which gain 33 at most and then exposure give.
+  const Proposed dark = propose(0x01, {1.0f}, 115.2f, 1.0f);
+  EXPECT_EQ(dark.exposure_us, 349090u);
+  EXPECT_EQ(dark.gain[0], 33.0f);
+  EXPECT_EQ(dark.gain[2], 33.0f);
+  // Darker still: the exposure ends at its limit, and the gain goes on above 33.
+  const Proposed darkest = propose(0x01, {1.0f}, 1638.4f, 0.71f);
+  EXPECT_EQ(darkest.exposure_us, 1638400u);
+  EXPECT_EQ(darkest.gain[0], 66.6f);
+  EXPECT_EQ(propose(0x01, {0.0f}, 1638.4f, 0.71f).gain[0], 0.71f) << "nothing to scale by";
+  // Too bright for the smallest gain: the exposure does not go below the base.
+  EXPECT_EQ(propose(0x01, {60000.0f}, 115.2f, 0.71f).exposure_us, 115200u);
+}
+
+class AutoExposure : public SensorTest {
+ protected:
+  AutoExposure() {
+    sensor->Init(1);
+    phone.clear_trace();
+  }
+
+  void capture(int times) {
+    for (int i = 0; i < times; ++i) EXPECT_EQ(sensor->Process(1, &output), 0);
+  }
+
+  std::int64_t now_ms() { return phone.clock().now_ns() / spectralsim::kNsPerMs; }
+
+  SpectralSensorOutput output = {};
+};
+
+TEST_F(AutoExposure, SettlesWithTheBrightestChannelInRange) {
+  for (const char* scene : {"candle", "home", "office", "overcast"}) {
+    phone.scene(scene);
+    sensor->m_alsConfig = ALSConfig{};
+    capture(10);
+    const float brightest = std::max(
+        {output.als.value[0], output.als.value[1], output.als.value[3], output.als.value[4]});
+    EXPECT_GE(brightest, 0.30f * 65535.0f) << scene;
+    EXPECT_LE(brightest, 0.72f * 65535.0f) << scene << ", as near as the chip's steps come";
+    const ALSConfig settled = sensor->m_alsConfig;
+    capture(1);
+    EXPECT_EQ(sensor->m_alsConfig.exposureTime, settled.exposureTime);
+    EXPECT_THAT(sensor->m_alsConfig.gainCode, ::testing::ElementsAreArray(settled.gainCode));
+  }
+}
+
+TEST_F(AutoExposure, AWarmCaptureIsTwelveWritesAndTwoReads) {
+  capture(10);
+  const Lines events = events_of([&] { capture(1); });
+  EXPECT_EQ(events.size(), 14u) << "and nothing else on the nodes";
+  EXPECT_EQ(std::count_if(events.begin(), events.end(),
+                          [](const std::string& line) { return line.rfind("write ", 0) == 0; }),
+            12);
+  EXPECT_EQ(Lines(events.begin() + 6, events.end()),
+            (Lines{"write 2e=1b", "write 03=01", "read 02=00", "read 06..1c", "write 02=01",
+                   "write 02=00", "write 03=00", "write 2e=00"}));
+}
+
+TEST_F(AutoExposure, WaitsForTheExposureAndTheReadOut) {
+  const std::int64_t started_ms = now_ms();
+  output.als.timestamp = 5;
+  capture(1);
+  EXPECT_EQ(now_ms() - started_ms, 332);
+  EXPECT_EQ(output.als.exposureMs, 320.0f);
+  EXPECT_EQ(output.als.valid, 1);
+  EXPECT_EQ(output.als.timestamp, 0u);
+}
+
+TEST_F(AutoExposure, AnAbortEndsTheWaitAndStillReadsAndStops) {
+  capture(1);
+  const ALSResult previous = output.als;
+  const ALSConfig configuration = sensor->m_alsConfig;
+  phone.clock().after_ms(20, [] {});  // a wake-up for nothing
+  phone.clock().after_ms(40, [&] { sensor->SetEnableFlag(1, false); });
+  const std::int64_t started_ms = now_ms();
+  output = {};
+  EXPECT_EQ(sensor->Process(1, &output), -22) << "not ready";
+  EXPECT_EQ(now_ms() - started_ms, 40);
+  EXPECT_EQ(dev().state, 1u);
+  EXPECT_EQ(output.als.value[0], previous.value[0]) << "the previous result";
+  EXPECT_EQ(output.als.valid, 1);
+  EXPECT_EQ(sensor->m_alsConfig.exposureTime, (configuration.exposureTime + 800) / 1600 * 1600);
+  EXPECT_EQ(sensor->Process(1, &output), -22);
+  EXPECT_EQ(now_ms() - started_ms, 40) << "no wait while the flag is clear";
+}
+
+TEST_F(AutoExposure, GoesOnAfterFailuresAndRecovers) {
+  phone.fail(Fault::register_write().at(0x1D)).clear_trace();
+  const std::int64_t started_ms = now_ms();
+  EXPECT_EQ(sensor->Process(1, &output), -22);
+  EXPECT_EQ(now_ms() - started_ms, 332) << "it waits though nothing was started";
+  EXPECT_THAT(phone.log(),
+              ElementsAre(error_line("VD6281_WrByte failed, addr = 0x1d, data = 0\n"),
+                          error_line("ConfigALS: Failed to config ALS -1,320000"),
+                          error_line("ReadALS: ALS read failed, error code 8, channel=0x1b"),
+                          error_line("StopExpALS: Cannot stop ALS exposure  -8")));
+  EXPECT_EQ(output.als.valid, 0);
+  phone.heal().fail(Fault::register_write().at(0x03).nth(2));
+  EXPECT_EQ(sensor->Process(1, &output), 0) << "a stop that fails does not change the result";
+  EXPECT_EQ(dev().state, 2u);
+  EXPECT_EQ(sensor->Process(1, &output), -22) << "its result has been taken";
+  EXPECT_EQ(dev().state, 1u);
+  EXPECT_EQ(sensor->Process(1, &output), 0);
+}
+
+TEST_F(AutoExposure, AppliesTheCalibrationToTheResultOnly) {
+  phone.chip().scene(spectralsim::Scene({40.0, 40.0, 0.0, 40.0, 40.0, 0.0}));
+  sensor->m_calibrationValid = 1;
+  sensor->m_calibrationFactor[0] = 2.0f;
+  sensor->m_calibrationFactor[1] = 9.0f;
+  sensor->m_alsConfig.exposureTime = 320000;
+  for (auto& code : sensor->m_alsConfig.gainCode) code = 256;
+  dev().otp_slope[3] = 0x40;  // stands aside
+  capture(1);
+  EXPECT_THAT(output.als.value, ElementsAre(25600.0f, 65535.0f, 0.0f, 12800.0f, 12800.0f, 0.0f));
+  // 12800 is what the proposal is made from: 320 * 1.0 * 45874.5 / 12800 / 115.2 = 9.96.
+  EXPECT_THAT(sensor->m_alsConfig.gainCode, ElementsAre(1817, 1817, 1817, 1817, 1817, 1817));
+}
+
+TEST_F(AutoExposure, ResetsAfterAnExposureOutsideTheLimits) {
+  ALSResult result = {};
+  ALSConfig next;
+  next.channelGain[2] = 5.0f;
+  bool stable = true;
+  EXPECT_EQ(sensor->ALSAE(nullptr, &next, &stable), -22);
+  EXPECT_EQ(sensor->ALSAE(&result, nullptr, &stable), -22);
+  EXPECT_EQ(sensor->ALSAE(&result, &next, &stable), -22) << "no channels";
+  result.channelMask = 1;
+  result.exposureMs = 1.0f;
+  phone.clear_trace();
+  EXPECT_EQ(sensor->ALSAE(&result, &next, &stable), 0);
+  EXPECT_THAT(phone.log(), ElementsAre(error_line("ALSAE: Wrong EXP config, reset to default")));
+  EXPECT_FALSE(stable);
+  EXPECT_EQ(next.exposureTime, 320000u);
+  EXPECT_THAT(next.gainCode, ::testing::Each(1));
+  EXPECT_EQ(next.channelGain[2], 5.0f);
+}
+
+TEST_F(AutoExposure, WritesProposalsAsGainCodes) {
+  ALSResult result = {};
+  result.channelMask = 0x01;
+  result.exposureMs = 115.2f;
+  result.gain = 0.70703125f;
+  result.value[0] = 65535.0f;
+  ALSConfig next;
+  bool stable = false;
+  EXPECT_EQ(sensor->ALSAE(&result, &next, &stable), 0);
+  EXPECT_TRUE(stable);
+  EXPECT_THAT(next.gainCode, ::testing::Each(181));
+  EXPECT_EQ(next.exposureTime, 115200u);
+  result.value[0] = 30000.0f;
+  stable = false;
+  EXPECT_EQ(sensor->ALSAE(&result, &next, &stable), 0);
+  EXPECT_TRUE(stable);
+  EXPECT_EQ(next.exposureTime, 320000u) << "the configuration in force";
+  result.value[0] = 1.0f;
+  result.exposureMs = 1638.4f;
+  EXPECT_EQ(sensor->ALSAE(&result, &next, &stable), 0);
+  EXPECT_FALSE(stable);
+  EXPECT_EQ(next.gainCode[0], 17049);
+}
+
+TEST_F(AutoExposure, RefusesBadTableIndices) {
+  for (const auto& [low, high] : {std::pair(3, 2), std::pair(0, 16), std::pair(-1, 5)}) {
+    phone.clear_trace();
+    EXPECT_EQ(sensor->LookUpGain(50.0f, low, high), 0.71f);
+    EXPECT_THAT(phone.log(),
+                ElementsAre(error_line("LookUpGain: Wroing input index, return min gain")));
+  }
+  EXPECT_EQ(sensor->LookUpGain(50.0f, 0, 15), 50.0f);
+}
+
+}  // namespace
