@@ -20,7 +20,7 @@ using spectral::kDriverTag;
 using spectral::kNoDevice;
 using spectral::kOk;
 using spectral::kOtpNotReady;
-using spectral::kUnsupported;
+using spectral::kUnsupportedChip;
 using spectral::read_register;
 using spectral::write_register;
 
@@ -153,7 +153,7 @@ int SpectralSensorDevice::VD6281_Term() {
 int SpectralSensorDevice::check_supported_device(VD6281_device* dev) {
   if (int status = read_register(dev, reg::kDeviceId, &dev->device_id)) return status;
   if (int status = read_register(dev, reg::kRevisionId, &dev->revision_id)) return status;
-  return spectral::is_supported(dev->device_id, dev->revision_id) ? kOk : kUnsupported;
+  return spectral::is_supported(dev->device_id, dev->revision_id) ? kOk : kUnsupportedChip;
 }
 
 int SpectralSensorDevice::dev_sw_reset(VD6281_device* dev) {

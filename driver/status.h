@@ -17,6 +17,7 @@ constexpr int kNotRunning = -8;
 // Driver: refusals that are not errors.
 constexpr int kUnsupported = 1;
 constexpr int kChannelBusy = 1;
+constexpr int kUnsupportedChip = 2;
 constexpr int kRefusedAlsRunning = 7;
 constexpr int kNoAlsRunning = 8;
 

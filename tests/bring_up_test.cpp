@@ -83,6 +83,18 @@ TEST_F(BringUp, RefusesAChipItDoesNotKnowAndClosesItAgain) {
   }
 }
 
+TEST_F(BringUp, IdentifiesTheChip) {
+  bring_up();
+  EXPECT_EQ(sensor->check_supported_device(&dev()), 0);
+  phone.chip().identify(0x70, 0xB9);
+  EXPECT_EQ(sensor->check_supported_device(&dev()), 2);
+  EXPECT_EQ(dev().revision_id, 0xB9) << "noted whatever it is";
+  phone.fail(Fault::register_read().at(0x01).returning(-9));
+  EXPECT_EQ(sensor->check_supported_device(&dev()), -9);
+  sensor->VD6281_Term();
+  EXPECT_EQ(sensor->check_supported_device(&dev()), -4);
+}
+
 TEST_F(BringUp, GivesUpOnAnOtpThatIsNotReadyAfterAHundredReads) {
   phone.chip().pin(0x5A, 0x08);
   const Lines events = init_events(-2);
