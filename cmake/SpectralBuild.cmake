@@ -18,8 +18,6 @@ function(spectral_target target)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wconversion -Wshadow -fstack-protector-strong
     -ffp-contract=off)  # results are the same on machines with and without fused multiply-add
-  target_compile_definitions(${target} PRIVATE
-    $<$<AND:$<CONFIG:Release>,$<STREQUAL:${SPECTRAL_SANITIZE},>>:_FORTIFY_SOURCE=2>)
   target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now)
   set_target_properties(${target} PROPERTIES
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
@@ -27,6 +25,8 @@ function(spectral_target target)
     target_compile_options(${target} PRIVATE
       -fsanitize=${SPECTRAL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(${target} PRIVATE -fsanitize=${SPECTRAL_SANITIZE})
+  else()
+    target_compile_definitions(${target} PRIVATE $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
   endif()
 endfunction()
 

@@ -138,7 +138,8 @@ int SpectralSensorDevice::VD6281_Init() {
   }
   if (status == kOk) status = dev_configuration(dev);
   if (status == kOk) return kOk;
-  VD6281_Term();
+  put_device(dev);
+  close_nodes(dev);
   return kBringUpFailed;
 }
 

@@ -1,9 +1,9 @@
 #include "simulator/clock.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <utility>
+
+#include "simulator/next.h"
 
 namespace spectralsim {
 
@@ -41,10 +41,9 @@ std::int64_t Clock::now_ns() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_virtual_now_ns;
   }
-  static const auto real =
-      reinterpret_cast<decltype(&clock_gettime)>(dlsym(RTLD_NEXT, "clock_gettime"));
+  static Next<int(clockid_t, timespec*)> system("clock_gettime");
   timespec now = {};
-  real(CLOCK_MONOTONIC, &now);
+  system(CLOCK_MONOTONIC, &now);
   return to_ns(now);
 }
 

@@ -220,6 +220,7 @@ int Kernel::ioctl(int fd, unsigned long request, void* argument) {
 
 void Kernel::log(int priority, const char* tag, const char* text) {
   const std::lock_guard<std::mutex> lock(m_mutex);
+  if (!m_keep_trace) return;
   Event event;
   event.call = Call::kLog;
   event.priority = priority;

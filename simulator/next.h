@@ -2,12 +2,43 @@
 
 #include <dlfcn.h>
 
+#include <atomic>
+
 namespace spectralsim {
 
-// The function that a preempted symbol stands in front of.
+// The function that a preempted symbol stands in front of, looked up at the first call. Constant
+// from load on, as calls may come before any initialiser has run.
 template <typename Function>
-Function* next_symbol(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
+class Next {
+ public:
+  // Where a symbol has an older version that a plain look-up may find first, `version` names the
+  // current one.
+  constexpr explicit Next(const char* name, const char* version = nullptr)
+      : m_name(name), m_version(version) {}
+
+  Function* get() {
+    Function* function = m_function.load(std::memory_order_relaxed);
+    if (function == nullptr) {
+      function = reinterpret_cast<Function*>(look_up());
+      m_function.store(function, std::memory_order_relaxed);
+    }
+    return function;
+  }
+
+  template <typename... Arguments>
+  auto operator()(Arguments... arguments) {
+    return get()(arguments...);
+  }
+
+ private:
+  void* look_up() const {
+    void* found = m_version != nullptr ? dlvsym(RTLD_NEXT, m_name, m_version) : nullptr;
+    return found != nullptr ? found : dlsym(RTLD_NEXT, m_name);
+  }
+
+  const char* m_name;
+  const char* m_version;
+  std::atomic<Function*> m_function{nullptr};
+};
 
 }  // namespace spectralsim

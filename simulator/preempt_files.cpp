@@ -17,7 +17,7 @@
 #define SIM_PREEMPTS __attribute__((visibility("default")))
 
 using spectralsim::Kernel;
-using spectralsim::next_symbol;
+using spectralsim::Next;
 using spectralsim::Node;
 
 namespace {
@@ -53,7 +53,7 @@ mode_t mode_behind(int flags, va_list arguments) {
 extern "C" {
 
 SIM_PREEMPTS int open(const char* path, int flags, ...) {
-  static const auto next = next_symbol<int(const char*, int, ...)>("open");
+  static Next<int(const char*, int, ...)> next("open");
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = mode_behind(flags, arguments);
@@ -63,7 +63,7 @@ SIM_PREEMPTS int open(const char* path, int flags, ...) {
 }
 
 SIM_PREEMPTS int open64(const char* path, int flags, ...) {
-  static const auto next = next_symbol<int(const char*, int, ...)>("open64");
+  static Next<int(const char*, int, ...)> next("open64");
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = mode_behind(flags, arguments);
@@ -73,7 +73,7 @@ SIM_PREEMPTS int open64(const char* path, int flags, ...) {
 }
 
 SIM_PREEMPTS int openat(int directory, const char* path, int flags, ...) {
-  static const auto next = next_symbol<int(int, const char*, int, ...)>("openat");
+  static Next<int(int, const char*, int, ...)> next("openat");
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = mode_behind(flags, arguments);
@@ -87,44 +87,44 @@ SIM_PREEMPTS int __open_2(const char* path, int flags) { return open(path, flags
 SIM_PREEMPTS int __open64_2(const char* path, int flags) { return open64(path, flags); }
 
 SIM_PREEMPTS FILE* fopen(const char* path, const char* mode) {
-  static const auto next = next_symbol<FILE*(const char*, const char*)>("fopen");
+  static Next<FILE*(const char*, const char*)> next("fopen");
   const auto stream = fopen_on_phone(path, mode);
   return stream ? *stream : next(path, mode);
 }
 
 SIM_PREEMPTS FILE* fopen64(const char* path, const char* mode) {
-  static const auto next = next_symbol<FILE*(const char*, const char*)>("fopen64");
+  static Next<FILE*(const char*, const char*)> next("fopen64");
   const auto stream = fopen_on_phone(path, mode);
   return stream ? *stream : next(path, mode);
 }
 
 SIM_PREEMPTS int fclose(FILE* stream) {
-  static const auto next = next_symbol<int(FILE*)>("fclose");
+  static Next<int(FILE*)> next("fclose");
   const int fd = stream != nullptr ? fileno(stream) : -1;
   if (Kernel* kernel = kernel_of(fd)) kernel->forget(fd);
   return next(stream);
 }
 
 SIM_PREEMPTS int close(int fd) {
-  static const auto next = next_symbol<int(int)>("close");
+  static Next<int(int)> next("close");
   Kernel* kernel = kernel_of(fd);
   return kernel != nullptr ? kernel->close(fd) : next(fd);
 }
 
 SIM_PREEMPTS ssize_t read(int fd, void* buffer, size_t size) {
-  static const auto next = next_symbol<ssize_t(int, void*, size_t)>("read");
+  static Next<ssize_t(int, void*, size_t)> next("read");
   Kernel* kernel = kernel_of(fd);
   return kernel != nullptr ? kernel->read(fd, buffer, size) : next(fd, buffer, size);
 }
 
 SIM_PREEMPTS ssize_t write(int fd, const void* buffer, size_t size) {
-  static const auto next = next_symbol<ssize_t(int, const void*, size_t)>("write");
+  static Next<ssize_t(int, const void*, size_t)> next("write");
   Kernel* kernel = kernel_of(fd);
   return kernel != nullptr ? kernel->write(fd, buffer, size) : next(fd, buffer, size);
 }
 
 SIM_PREEMPTS int ioctl(int fd, unsigned long request, ...) noexcept {
-  static const auto next = next_symbol<int(int, unsigned long, ...)>("ioctl");
+  static Next<int(int, unsigned long, ...)> next("ioctl");
   va_list arguments;
   va_start(arguments, request);
   void* const argument = va_arg(arguments, void*);

@@ -1,7 +1,6 @@
 // The sleeps, timed waits and clock reads that stand in front of libc's: on virtual time they
 // follow the phone's clock, on real time they pass through.
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <sys/time.h>
 #include <time.h>
@@ -17,7 +16,7 @@
 using spectralsim::Clock;
 using spectralsim::Kernel;
 using spectralsim::kNsPerSecond;
-using spectralsim::next_symbol;
+using spectralsim::Next;
 
 namespace {
 
@@ -47,25 +46,18 @@ int lock_virtually(Clock* clock, pthread_mutex_t* mutex, clockid_t id, const tim
   }
 }
 
-// pthread_cond_timedwait of this name has an older version, which a plain look-up may find first.
-void* next_cond_timedwait() {
-  constexpr char kName[] = "pthread_cond_timedwait";
-  void* current = dlvsym(RTLD_NEXT, kName, "GLIBC_2.3.2");
-  return current != nullptr ? current : dlsym(RTLD_NEXT, kName);
-}
-
 }  // namespace
 
 extern "C" {
 
 SIM_PREEMPTS int clock_gettime(clockid_t id, timespec* now) noexcept {
-  static const auto next = next_symbol<int(clockid_t, timespec*)>("clock_gettime");
+  static Next<int(clockid_t, timespec*)> next("clock_gettime");
   const Clock* clock = virtual_clock();
   return clock != nullptr && clock->read(id, now) ? 0 : next(id, now);
 }
 
 SIM_PREEMPTS int gettimeofday(timeval* now, void* zone) noexcept {
-  static const auto next = next_symbol<int(timeval*, void*)>("gettimeofday");
+  static Next<int(timeval*, void*)> next("gettimeofday");
   timespec precise = {};
   const Clock* clock = virtual_clock();
   if (clock == nullptr || !clock->read(CLOCK_REALTIME, &precise)) return next(now, zone);
@@ -82,7 +74,7 @@ SIM_PREEMPTS time_t time(time_t* now) noexcept {
 }
 
 SIM_PREEMPTS int nanosleep(const timespec* duration, timespec* remaining) {
-  static const auto next = next_symbol<int(const timespec*, timespec*)>("nanosleep");
+  static Next<int(const timespec*, timespec*)> next("nanosleep");
   Clock* clock = virtual_clock();
   if (clock == nullptr) return next(duration, remaining);
   clock->sleep_ns(to_ns(*duration));
@@ -91,8 +83,7 @@ SIM_PREEMPTS int nanosleep(const timespec* duration, timespec* remaining) {
 
 SIM_PREEMPTS int clock_nanosleep(clockid_t id, int flags, const timespec* time,
                                  timespec* remaining) {
-  static const auto next =
-      next_symbol<int(clockid_t, int, const timespec*, timespec*)>("clock_nanosleep");
+  static Next<int(clockid_t, int, const timespec*, timespec*)> next("clock_nanosleep");
   Clock* clock = virtual_clock();
   if (clock == nullptr) return next(id, flags, time, remaining);
   const bool absolute = (flags & TIMER_ABSTIME) != 0;
@@ -101,7 +92,7 @@ SIM_PREEMPTS int clock_nanosleep(clockid_t id, int flags, const timespec* time,
 }
 
 SIM_PREEMPTS int usleep(useconds_t duration_us) {
-  static const auto next = next_symbol<int(useconds_t)>("usleep");
+  static Next<int(useconds_t)> next("usleep");
   Clock* clock = virtual_clock();
   if (clock == nullptr) return next(duration_us);
   clock->sleep_ns(duration_us * kNsPerUs);
@@ -109,7 +100,7 @@ SIM_PREEMPTS int usleep(useconds_t duration_us) {
 }
 
 SIM_PREEMPTS unsigned int sleep(unsigned int duration_s) {
-  static const auto next = next_symbol<unsigned int(unsigned int)>("sleep");
+  static Next<unsigned int(unsigned int)> next("sleep");
   Clock* clock = virtual_clock();
   if (clock == nullptr) return next(duration_s);
   clock->sleep_ns(duration_s * kNsPerSecond);
@@ -119,7 +110,7 @@ SIM_PREEMPTS unsigned int sleep(unsigned int duration_s) {
 SIM_PREEMPTS int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                         const timespec* deadline) {
   using Function = int(pthread_cond_t*, pthread_mutex_t*, const timespec*);
-  static const auto next = reinterpret_cast<Function*>(next_cond_timedwait());
+  static Next<Function> next("pthread_cond_timedwait", "GLIBC_2.3.2");
   Clock* clock = virtual_clock();
   if (clock == nullptr) return next(condition, mutex, deadline);
   return wait_virtually(clock, mutex, CLOCK_REALTIME, deadline);
@@ -128,7 +119,7 @@ SIM_PREEMPTS int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex
 SIM_PREEMPTS int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                         clockid_t id, const timespec* deadline) {
   using Function = int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
-  static const auto next = next_symbol<Function>("pthread_cond_clockwait");
+  static Next<Function> next("pthread_cond_clockwait");
   Clock* clock = virtual_clock();
   if (clock == nullptr) return next(condition, mutex, id, deadline);
   return wait_virtually(clock, mutex, id, deadline);
@@ -136,8 +127,7 @@ SIM_PREEMPTS int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex
 
 SIM_PREEMPTS int pthread_mutex_timedlock(pthread_mutex_t* mutex,
                                          const timespec* deadline) noexcept {
-  static const auto next =
-      next_symbol<int(pthread_mutex_t*, const timespec*)>("pthread_mutex_timedlock");
+  static Next<int(pthread_mutex_t*, const timespec*)> next("pthread_mutex_timedlock");
   Clock* clock = virtual_clock();
   if (clock == nullptr) return next(mutex, deadline);
   return lock_virtually(clock, mutex, CLOCK_REALTIME, deadline);
@@ -145,8 +135,7 @@ SIM_PREEMPTS int pthread_mutex_timedlock(pthread_mutex_t* mutex,
 
 SIM_PREEMPTS int pthread_mutex_clocklock(pthread_mutex_t* mutex, clockid_t id,
                                          const timespec* deadline) noexcept {
-  static const auto next =
-      next_symbol<int(pthread_mutex_t*, clockid_t, const timespec*)>("pthread_mutex_clocklock");
+  static Next<int(pthread_mutex_t*, clockid_t, const timespec*)> next("pthread_mutex_clocklock");
   Clock* clock = virtual_clock();
   if (clock == nullptr) return next(mutex, id, deadline);
   return lock_virtually(clock, mutex, id, deadline);

@@ -1,0 +1,78 @@
+// No capture allocates once Init has returned.
+
+#include <atomic>
+#include <cstddef>
+
+#include "tests/support/sensor_test.h"
+
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* old, std::size_t size);
+}
+
+namespace {
+
+std::atomic<int> g_allocations{0};
+
+}  // namespace
+
+extern "C" {
+
+void* malloc(std::size_t size) {
+  ++g_allocations;
+  return __libc_malloc(size);
+}
+
+void* calloc(std::size_t count, std::size_t size) {
+  ++g_allocations;
+  return __libc_calloc(count, size);
+}
+
+void* realloc(void* old, std::size_t size) {
+  ++g_allocations;
+  return __libc_realloc(old, size);
+}
+}
+
+namespace {
+
+class Allocation : public SensorTest {
+ protected:
+  Allocation() {
+    sensor->Init(1);
+    phone.keep_trace(false);
+  }
+
+  int allocations_of_a_capture() {
+    const int before = g_allocations;
+    sensor->Process(1, &output);
+    return g_allocations - before;
+  }
+
+  SpectralSensorOutput output = {};
+};
+
+TEST_F(Allocation, IsCounted) {
+  const int before = g_allocations;
+  const std::string long_text(100, 'x');
+  EXPECT_EQ(g_allocations - before, 1) << long_text;
+}
+
+TEST_F(Allocation, NoCaptureDoesAny) {
+  for (const bool auto_exposure : {false, true}) {
+    sensor->m_alsAeEnable = auto_exposure ? 1 : 0;
+    EXPECT_EQ(allocations_of_a_capture(), 0);
+    EXPECT_EQ(output.als.valid, 1);
+    phone.fail(Fault::register_write().at(0x1E));
+    EXPECT_EQ(allocations_of_a_capture(), 0) << "failed to configure";
+    phone.heal().fail(Fault::register_read());
+    EXPECT_EQ(allocations_of_a_capture(), 0) << "failed to read";
+    phone.heal();
+    phone.chip().pin(0x02, 0x02);
+    EXPECT_EQ(allocations_of_a_capture(), 0) << "timed out";
+    phone.chip().unpin(0x02);
+  }
+}
+
+}  // namespace

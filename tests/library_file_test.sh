@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# The library's file: what it exports, and how it is hardened. Takes its path.
+set -euo pipefail
+library=$1
+failed=0
+complain() {
+  echo "$1"
+  failed=1
+}
+
+strangers=$(nm -DC --defined-only "$library" | cut -d' ' -f3- |
+  grep -vE '^(SpectralSensorDevice|SpectralSensor|AmbientLightSensor|FlickerSensor)::|^pVendorLibPath$' || true)
+[ -z "$strangers" ] || complain "exported beside the four classes: $strangers"
+nm -DC --defined-only "$library" | grep -q 'SpectralSensorDevice::Process' || complain "exports no Process"
+
+for call in open ioctl write __android_log_print property_get; do
+  nm -D --undefined-only "$library" | grep -qE " $call(@|$)" || complain "does not call $call by its own symbol"
+done
+readelf -dW "$library" | grep -q 'FLAGS.*NOW' || complain "not bound at load (full RELRO)"
+readelf -lW "$library" | grep -q GNU_RELRO || complain "no RELRO segment"
+readelf -lW "$library" | grep -E 'GNU_STACK.*RWE' && complain "executable stack"
+exit $failed

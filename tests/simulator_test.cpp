@@ -1,0 +1,346 @@
+// The simulated phone itself: the chip against its register map, the kernel's nodes, time, scenes
+// and faults.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "driver/nodes.h"
+#include "driver/register_map.h"
+#include "simulator/phone.h"
+#include "vd6281.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+namespace reg = spectral::reg;
+using spectralsim::Chip;
+using spectralsim::Fault;
+using spectralsim::Light;
+using spectralsim::Node;
+using spectralsim::Scene;
+using ::testing::ElementsAre;
+
+constexpr Light kEven = {1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
+
+class SimulatedChip : public ::testing::Test {
+ protected:
+  SimulatedChip() {
+    chip.noise(0, 1).power(true);
+    chip.write(reg::kDcEnable, reg::kDcChannels);
+    chip.write(reg::kAcEnable, reg::kOn);
+    for (int n = 0; n < reg::kChannels; ++n) {
+      chip.write(static_cast<std::uint8_t>(reg::kChannelGain + n), 13);
+    }
+  }
+
+  void expose(int steps, std::uint8_t measurement = reg::kSingleShotAls) {
+    chip.write(reg::kExposureLow, static_cast<std::uint8_t>(steps & 0xFF));
+    chip.write(reg::kExposureHigh, static_cast<std::uint8_t>(steps >> 8));
+    chip.write(reg::kMeasurement, measurement);
+  }
+
+  bool result_waits() { return (*chip.read(reg::kStatus) & reg::kNoResult) == 0; }
+
+  void acknowledge() {
+    chip.write(reg::kStatus, reg::kAcknowledge);
+    chip.write(reg::kStatus, reg::kRearm);
+  }
+
+  std::uint32_t raw(int channel) {
+    const auto first =
+        static_cast<std::uint8_t>(reg::kAlsResults + reg::kAlsResultStride * channel);
+    return static_cast<std::uint32_t>(*chip.read(first) << 16 |
+                                      *chip.read(static_cast<std::uint8_t>(first + 1)) << 8 |
+                                      *chip.read(static_cast<std::uint8_t>(first + 2)));
+  }
+
+  void pass_ms(double duration) {
+    phone.clock().sleep_ns(static_cast<std::int64_t>(duration * spectralsim::kNsPerMs));
+  }
+
+  spectralsim::Phone phone;
+  Chip& chip = phone.chip();
+};
+
+TEST_F(SimulatedChip, IsSilentWithoutPowerAndForgetsItsRegisters) {
+  chip.write(reg::kClampSetting, 0x1F);
+  chip.power(false);
+  EXPECT_FALSE(chip.read(reg::kDeviceId).has_value());
+  EXPECT_FALSE(chip.write(reg::kClampSetting, 1));
+  chip.power(true);
+  EXPECT_EQ(*chip.read(reg::kClampSetting), 0);
+}
+
+TEST_F(SimulatedChip, KeepsItsIdentityAndResultsFromWrites) {
+  chip.cut(spectralsim::Cut::k2_1);
+  for (const int address : {0x00, 0x01, 0x06, 0x1C, 0x5A, 0x5B, 0x6A}) {
+    const auto before = *chip.read(static_cast<std::uint8_t>(address));
+    chip.write(static_cast<std::uint8_t>(address), static_cast<std::uint8_t>(before + 1));
+    EXPECT_EQ(*chip.read(static_cast<std::uint8_t>(address)), before) << address;
+  }
+  EXPECT_EQ(*chip.read(reg::kDeviceId), 0x70);
+  EXPECT_EQ(*chip.read(reg::kRevisionId), 0xBB);
+  chip.write(reg::kOsc2Trim, 9);
+  chip.write(reg::kSoftwareReset, 1);
+  EXPECT_EQ(*chip.read(reg::kOsc2Trim), 0);
+}
+
+TEST_F(SimulatedChip, LoadsTheOtpOnRequest) {
+  chip.otp(spectralsim::Otp().raw(0x5B, 0x42)).otp_ready_on_read(3);
+  EXPECT_EQ(*chip.read(reg::kOtpStatus), 0) << "no load asked for";
+  chip.write(reg::kOtpControl, reg::kOtpLoad);
+  EXPECT_EQ(*chip.read(reg::kOtpStatus), 0);
+  EXPECT_EQ(*chip.read(reg::kOtpBank0), 0);
+  EXPECT_EQ(*chip.read(reg::kOtpStatus), 0);
+  EXPECT_EQ(*chip.read(reg::kOtpStatus), reg::kOtpReady);
+  EXPECT_EQ(*chip.read(reg::kOtpStatus), reg::kOtpReady);
+  EXPECT_EQ(*chip.read(reg::kOtpBank0), 0x42);
+}
+
+TEST_F(SimulatedChip, CountsLightTimesGainTimesExposure) {
+  chip.scene(Scene({1.0, 2.0, 0.5, 0.0, 3.0, 4.0}));
+  chip.write(reg::kChannelGain + 1, 6);  // 10.0
+  chip.write(reg::kDcEnable, 0x0F);      // not channel 5
+  expose(100);                           // 160 ms
+  pass_ms(160);
+  ASSERT_TRUE(result_waits());
+  EXPECT_EQ(raw(0), 160u * 256);
+  EXPECT_EQ(raw(1), 3200u * 256);
+  EXPECT_EQ(raw(2), 80u * 256);
+  EXPECT_EQ(raw(3), 0u);
+  EXPECT_EQ(raw(4), 0u);
+  EXPECT_EQ(raw(5), 640u * 256);
+}
+
+TEST_F(SimulatedChip, SaturatesByExposureAndAtFullScale) {
+  chip.scene(Scene({1e6, 1e6, 1e6, 1e6, 1e6, 1e6}));
+  expose(1);
+  pass_ms(1.6);
+  EXPECT_EQ(raw(0), 910u * 256);
+  expose(10);
+  pass_ms(16);
+  EXPECT_EQ(raw(0), 9100u * 256);
+  expose(1023);
+  pass_ms(1636.8);
+  EXPECT_EQ(raw(0), 65535u * 256);
+}
+
+TEST_F(SimulatedChip, ASingleShotIsReadyOnceAfterItsExposure) {
+  expose(10);
+  pass_ms(15.9);
+  EXPECT_FALSE(result_waits());
+  pass_ms(0.1);
+  EXPECT_TRUE(result_waits());
+  EXPECT_TRUE(result_waits());
+  acknowledge();
+  EXPECT_FALSE(result_waits());
+  pass_ms(1000);
+  EXPECT_FALSE(result_waits());
+  expose(10);
+  chip.write(reg::kMeasurement, reg::kStop);
+  pass_ms(1000);
+  EXPECT_FALSE(result_waits());
+}
+
+TEST_F(SimulatedChip, SynchronousResultsFollowThePeriod) {
+  chip.write(reg::kInterMeasurementPeriod, 2);  // 41 ms
+  expose(10, reg::kSynchronousAls);
+  for (int i = 0; i < 3; ++i) {
+    pass_ms(i == 0 ? 15.9 : 40.9);
+    EXPECT_FALSE(result_waits()) << i;
+    pass_ms(0.1);
+    EXPECT_TRUE(result_waits()) << i;
+    acknowledge();
+  }
+  pass_ms(1000);
+  EXPECT_TRUE(result_waits()) << "the latest, of many";
+}
+
+TEST_F(SimulatedChip, IntegratesLightThatChanges) {
+  chip.scene(Scene({{0, kEven}, {100, {3, 3, 3, 3, 3, 3}}, {200, {0, 0, 0, 0, 0, 0}}}));
+  expose(125);  // 200 ms: mean 2 over the first half, 1.5 over the second
+  pass_ms(200);
+  EXPECT_NEAR(raw(0) / 256.0, 350.0, 0.5);
+}
+
+TEST_F(SimulatedChip, NoiseIsSmallAndFollowsItsSeed) {
+  const auto measure = [&](std::uint64_t seed) {
+    chip.scene(Scene(kEven)).noise(0.25, seed);
+    expose(1000);
+    pass_ms(1600);
+    return raw(0);
+  };
+  const auto first = measure(7);
+  EXPECT_NE(first, measure(8));
+  EXPECT_EQ(first, measure(7));
+  EXPECT_NEAR(first / 256.0, 1600.0, 0.25 * 40 * 6);
+  EXPECT_NE(first, 1600u * 256);
+}
+
+class SimulatedKernel : public ::testing::Test {
+ protected:
+  spectralsim::Phone phone;
+};
+
+TEST_F(SimulatedKernel, TakesRegisterWritesByteForByte) {
+  phone.chip().power(true);
+  const int fd = open(spectral::kWriteBytePath, O_WRONLY);
+  ASSERT_GE(fd, 0);
+  const auto writes = [&](const std::string& text) { return write(fd, text.data(), text.size()); };
+  EXPECT_EQ(writes(std::string("0x3fe3\0", 7)), 7);
+  EXPECT_EQ(writes("0x2f01\n"), 7);
+  EXPECT_EQ(phone.chip().peek(0x3F), 0xE3);
+  EXPECT_EQ(phone.chip().peek(0x2F), 0x01);
+  for (const char* bad : {"", "x3fe3", "0x3fe3 ", "-1", "0x10000", "0x3fg3"}) {
+    EXPECT_EQ(writes(bad), -1) << bad;
+    EXPECT_EQ(errno, EINVAL);
+  }
+  EXPECT_EQ(close(fd), 0);
+  EXPECT_EQ(close(fd), -1) << "the number is free again";
+  EXPECT_EQ(phone.open_descriptors(), 0);
+}
+
+TEST_F(SimulatedKernel, ReadsListsOfUpTo32Registers) {
+  phone.chip().power(true);
+  phone.chip().pin(0x10, 7).pin(0xFF, 9);
+  const int fd = open(spectral::kDevicePath, O_RDWR);
+  VD6281_Transfer_t block = {};
+  block.count = 2;
+  block.reg[0] = 0x10;
+  block.reg[1] = 0xFF;
+  EXPECT_EQ(ioctl(fd, spectral::kReadRegistersRequest, &block), 0);
+  EXPECT_EQ(block.data[0], 7u);
+  EXPECT_EQ(block.data[1], 9u);
+  for (const std::uint32_t count : {0u, 33u}) {
+    block.count = count;
+    EXPECT_EQ(ioctl(fd, spectral::kReadRegistersRequest, &block), -1);
+    EXPECT_EQ(errno, EINVAL);
+  }
+  EXPECT_EQ(ioctl(fd, 0x5401, &block), -1);
+  EXPECT_EQ(errno, ENOTTY);
+  phone.chip().power(false);
+  block.count = 1;
+  EXPECT_EQ(ioctl(fd, spectral::kReadRegistersRequest, &block), -1);
+  EXPECT_EQ(errno, EIO);
+  close(fd);
+}
+
+TEST_F(SimulatedKernel, PassesOtherFilesThrough) {
+  const std::string path = ::testing::TempDir() + "spectral_other_file";
+  std::ofstream(path) << "text";
+  std::string text;
+  std::ifstream(path) >> text;
+  EXPECT_EQ(text, "text");
+  EXPECT_EQ(unlink(path.c_str()), 0);
+  EXPECT_EQ(open(path.c_str(), O_RDONLY), -1);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_THAT(phone.events(), ::testing::IsEmpty());
+}
+
+TEST_F(SimulatedKernel, FaultsStrikeTheAccessTheyName) {
+  phone.chip().power(true);
+  const int fd = open(spectral::kWriteBytePath, O_WRONLY);
+  phone.fail(Fault::parse("write:iridel_write_byte@0x2e#2=EBUSY"));
+  phone.fail(Fault::parse("open:vd6281#every"));
+  phone.fail(Fault::parse("write:iridel_write_byte@0x2f=3"));
+  const auto writes = [&](const char* text) { return write(fd, text, std::strlen(text)); };
+  EXPECT_EQ(writes("0x2e01"), 6);
+  EXPECT_EQ(writes("0x3001"), 6);
+  EXPECT_EQ(writes("0x2e02"), -1);
+  EXPECT_EQ(errno, EBUSY);
+  EXPECT_EQ(phone.chip().peek(0x2E), 1);
+  EXPECT_EQ(writes("0x2e03"), 6);
+  EXPECT_EQ(writes("0x2f05"), 3) << "short, yet taken";
+  EXPECT_EQ(phone.chip().peek(0x2F), 5);
+  EXPECT_EQ(open(spectral::kDevicePath, O_RDWR), -1);
+  EXPECT_EQ(open(spectral::kDevicePath, O_RDWR), -1);
+  EXPECT_EQ(errno, EIO);
+  phone.heal();
+  close(fd);
+  for (const char* bad :
+       {"", "seek:vd6281", "write:nowhere", "write:vd6281=EWHAT", "open:vd6281#"}) {
+    EXPECT_THROW(Fault::parse(bad), std::invalid_argument) << bad;
+  }
+}
+
+TEST_F(SimulatedKernel, VirtualTimeIsExactAndRunsActionsOnTheWay) {
+  const auto steady_start = std::chrono::steady_clock::now();
+  const auto system_start = std::chrono::system_clock::now();
+  std::vector<int> order;
+  phone.clock().after_ms(30, [&] { order.push_back(2); });
+  phone.clock().after_ms(10, [&] {
+    order.push_back(1);
+    phone.clock().after_ms(5, [&] { order.push_back(3); });
+  });
+  std::this_thread::sleep_for(20ms);
+  EXPECT_THAT(order, ElementsAre(1, 3));
+  std::this_thread::sleep_for(1h);
+  EXPECT_THAT(order, ElementsAre(1, 3, 2));
+  EXPECT_EQ(std::chrono::steady_clock::now() - steady_start, 1h + 20ms);
+  EXPECT_EQ(std::chrono::system_clock::now() - system_start, 1h + 20ms);
+
+  std::mutex mutex;
+  std::condition_variable condition;
+  std::unique_lock<std::mutex> lock(mutex);
+  EXPECT_EQ(condition.wait_for(lock, 8200ms), std::cv_status::timeout);
+  EXPECT_EQ(std::chrono::steady_clock::now() - steady_start, 1h + 8220ms);
+  phone.clock().after_ms(100, [&] {
+    EXPECT_TRUE(mutex.try_lock()) << "a wait gives its lock up";
+    mutex.unlock();
+  });
+  EXPECT_EQ(condition.wait_until(lock, std::chrono::steady_clock::now() + 1s),
+            std::cv_status::no_timeout);
+  EXPECT_EQ(std::chrono::steady_clock::now() - steady_start, 1h + 8320ms);
+
+  std::timed_mutex timed;
+  EXPECT_TRUE(timed.try_lock_for(1ms));
+  EXPECT_EQ(std::chrono::steady_clock::now() - steady_start, 1h + 8320ms);
+  timed.unlock();
+}
+
+TEST_F(SimulatedKernel, RealTimePasses) {
+  phone.clock().set_virtual(false);
+  const auto start = std::chrono::steady_clock::now();
+  std::this_thread::sleep_for(2ms);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 2ms);
+}
+
+TEST(SimulatedScene, ComesByNameOrAsJson) {
+  for (const std::string& name : Scene::names()) {
+    EXPECT_GE(Scene::named(name).mean(4, 0, 100), 0.0);
+    EXPECT_FALSE(Scene::description(name).empty());
+  }
+  EXPECT_EQ(Scene::from_json(R"({"light": [1, 2, 3, 4, 5, 6]})").mean(2, 0, 1), 3.0);
+  const Scene ramp = Scene::from_json(
+      R"({"points": [{"at_ms": 100, "light": [0, 0, 0, 0, 0, 0]},
+                     {"at_ms": 200, "light": [10, 0, 0, 0, 0, 0]}]})");
+  EXPECT_EQ(ramp.mean(0, 0, 100), 0.0);
+  EXPECT_NEAR(ramp.mean(0, 100, 200), 5.0, 1e-9);
+  EXPECT_EQ(ramp.mean(0, 300, 400), 10.0);
+}
+
+TEST(SimulatedScene, SaysWhatIsWrongWithBadInput) {
+  for (const char* bad : {"", "[]", "{}", "{\"light\": [1]}", "{\"light\": [1,2,3,4,5,-6]}",
+                          "{\"light\": [1,2,3,4,5,\"6\"]}", "{\"points\": []}",
+                          "{\"points\": [{\"light\": [1,2,3,4,5,6]}]}",
+                          R"({"points": [{"at_ms": 5, "light": [1,2,3,4,5,6]},
+                                         {"at_ms": 1, "light": [1,2,3,4,5,6]}]})"}) {
+    EXPECT_THROW(Scene::from_json(bad), std::invalid_argument) << bad;
+  }
+  EXPECT_THROW(Scene::named("disco"), std::invalid_argument);
+  EXPECT_THROW(Scene::named_or_file("/nowhere/scene.json"), std::invalid_argument);
+}
+
+}  // namespace
