@@ -26,7 +26,6 @@ namespace {
 
 constexpr int kReadyPolls = 8192;
 constexpr auto kPollPause = std::chrono::milliseconds(1);
-constexpr std::chrono::milliseconds kReadOutTime{12};  // of the chip, behind the exposure
 constexpr float kHighestGainCode = 25600.0f;           // that auto-exposure gives
 
 // The first failure of exposure and gains, with what was applied in `working`.

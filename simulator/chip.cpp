@@ -178,10 +178,10 @@ void Chip::latch_result(std::int64_t from_ns, std::int64_t to_ns) {
   for (int channel = 0; channel < reg::kChannels; ++channel) {
     const double counts = measured_counts(channel, from_ms, to_ms);
     const auto raw = static_cast<std::uint32_t>(counts * kFractions);
-    const auto first = static_cast<std::size_t>(reg::kAlsResults + reg::kAlsResultStride * channel);
-    m_registers[first] = static_cast<std::uint8_t>(raw >> 16);
-    m_registers[first + 1] = static_cast<std::uint8_t>(raw >> 8);
-    m_registers[first + 2] = static_cast<std::uint8_t>(raw);
+    auto* const result = &m_registers[reg::kAlsResults] + reg::kAlsResultStride * channel;
+    result[0] = static_cast<std::uint8_t>(raw >> 16);
+    result[1] = static_cast<std::uint8_t>(raw >> 8);
+    result[2] = static_cast<std::uint8_t>(raw);
   }
 }
 
@@ -191,9 +191,8 @@ double Chip::measured_counts(int channel, double from_ms, double to_ms) {
                                              : (m_registers[reg::kDcEnable] & bit) != 0;
   if (!enabled) return 0.0;
   const double exposure_ms = to_ms - from_ms;
-  const auto gain_register = static_cast<std::size_t>(reg::kChannelGain + channel);
-  double counts = m_scene.mean(channel, from_ms, to_ms) * gain_of_code(m_registers[gain_register]) *
-                  exposure_ms;
+  const std::uint8_t gain_code = *(&m_registers[reg::kChannelGain] + channel);
+  double counts = m_scene.mean(channel, from_ms, to_ms) * gain_of_code(gain_code) * exposure_ms;
   if (m_noise > 0.0) {
     double normal = -6.0;  // sum of twelve even numbers: near enough, and the same everywhere
     for (int i = 0; i < 12; ++i) normal += static_cast<double>(m_random() >> 11) * 0x1p-53;

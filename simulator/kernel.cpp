@@ -25,10 +25,10 @@ constexpr unsigned long kHighestRegisterWrite = 0xFFFF;  // address and value
 std::atomic<Kernel*> g_current{nullptr};
 
 // As the kernel's number parser does: the whole text, which may end in a newline, and no more.
-std::optional<unsigned long> number_of(const std::string& text) {
-  if (text.empty() || text[0] < '0' || text[0] > '9') return std::nullopt;
+std::optional<unsigned long> number_of(const char* text) {
+  if (text[0] < '0' || text[0] > '9') return std::nullopt;
   char* end = nullptr;
-  const unsigned long number = std::strtoul(text.c_str(), &end, 0);
+  const unsigned long number = std::strtoul(text, &end, 0);
   if (*end == '\n') ++end;
   if (*end != '\0') return std::nullopt;
   return number;
@@ -108,7 +108,8 @@ int Kernel::open_descriptor(Node node) {
     return static_cast<int>(fail_with(EMFILE));
   }
   if (node == Node::kFactoryFile) {
-    syscall(SYS_write, fd, m_factory_file->data(), m_factory_file->size());
+    const std::string& content = *m_factory_file;
+    syscall(SYS_write, fd, content.c_str(), content.size());
     syscall(SYS_lseek, fd, 0L, SEEK_SET);
   }
   m_node_of_fd[static_cast<std::size_t>(fd)].store(static_cast<std::uint8_t>(node),
