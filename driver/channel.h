@@ -10,9 +10,11 @@ namespace spectral {
 
 constexpr int kBadChannelIndex = reg::kChannels;
 
+constexpr bool is_one_hot(std::uint32_t id) { return id != 0 && (id & (id - 1)) == 0; }
+
 // Position of the single set bit of a one-hot identifier (0..31), else kBadChannelIndex.
 constexpr int channel_index(std::uint32_t id) {
-  if (id == 0 || (id & (id - 1)) != 0) return kBadChannelIndex;
+  if (!is_one_hot(id)) return kBadChannelIndex;
   int index = 0;
   while ((id >> index & 1) == 0) ++index;
   return index;

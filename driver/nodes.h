@@ -1,6 +1,6 @@
 #pragma once
 
-// The kernel files of the sensor, and the request that reads registers.
+// The kernel files of the sensor, and their requests.
 
 #include <cstdint>
 
@@ -15,5 +15,13 @@ constexpr char kWriteBytePath[] =
 constexpr char kDevicePath[] = "/dev/vd6281";
 
 constexpr std::uint32_t kReadRegistersRequest = 0xC1085201;  // _IOWR('R', 1, VD6281_Transfer_t)
+
+// The sensor hub's tunnel. The two in the middle take four words: 0, the stream's sensor code, 1,
+// its tunnel id.
+constexpr char kTunnelPath[] = "/dev/sensor_tunnel";
+constexpr std::uint32_t kTunnelRouteSetup = 0x4B24;      // _IO('K', 0x24)
+constexpr std::uint32_t kTunnelSetup = 0xC0104B22;       // _IOWR('K', 0x22, 16 bytes)
+constexpr std::uint32_t kTunnelTerminate = 0xC0104B23;   // _IOWR('K', 0x23, 16 bytes)
+constexpr std::uint32_t kTunnelRouteTerminate = 0x4B19;  // _IO('K', 0x19)
 
 }  // namespace spectral

@@ -21,6 +21,10 @@ constexpr int kUnsupportedChip = 2;
 constexpr int kRefusedAlsRunning = 7;
 constexpr int kNoAlsRunning = 8;
 
+// Mode wrappers and whoever else refuses an argument without being an error of the driver.
+constexpr int kArgumentRefused = 1;
+constexpr int kPollTimeOut = 3;
+
 // Service.
 constexpr int kAlreadyUp = -17;
 constexpr int kFailed = -22;

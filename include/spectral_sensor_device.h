@@ -48,6 +48,10 @@ using FlickerProcessFn = void (*)(void* instance, float* samples, float* frequen
                                   float* powers);
 using FlickerDestroyFn = void (*)(void* instance);
 
+// The analysis library that the layered service opens; an embedding process may point it elsewhere
+// before Init. SpectralSensorDevice opens "/vendor/lib64/libzelk_flicker.so" whatever this says.
+extern SPECTRAL_EXPORT const char* pVendorLibPath;
+
 // What the flicker tracking carries from one measurement to the next.
 struct FlickerTrack {
   std::uint32_t mains_cand = 0;
@@ -84,13 +88,15 @@ class SPECTRAL_EXPORT SpectralSensorDevice {
   static SpectralSensorDevice* Create();
 
   // Counts one client of `mode` (1 = ALS, 2 = flicker); the first of either mode powers the sensor,
-  // brings it up and sets the pedestal, and the first successful one reads the calibration.
+  // brings it up and sets the pedestal, the first of flicker loads the analysis library, and the
+  // first successful one reads the calibration.
   // Returns 0, -22 when a step failed (logged; undone by the Uninit that the caller still owes), or
   // -17 when the sensor was up already or for any other mode, which counts nothing.
   int Init(int mode);
 
-  // Takes one client of `mode` away; the last of a mode stops its measurement, the last of both
-  // tears the device down and switches the power off. Any other mode does nothing.
+  // Takes one client of `mode` away; the last of a mode stops its measurement, and of flicker
+  // unloads the analysis library; the last of both tears the device down and switches the power
+  // off. Any other mode does nothing.
   void Uninit(int mode);
 
   // Tears the device down whatever the counts say, and frees the instance.
@@ -107,8 +113,9 @@ class SPECTRAL_EXPORT SpectralSensorDevice {
   // ---- Service: ambient light --------------------------------------------------------------
 
   // Takes one measurement of `mode` into `output`. Mode 1: 0 with output->als.valid 1; 0 with valid
-  // 0 for a time-out or an abort (default capture); -22 for a failure. A null `output` or any other
-  // mode gives -22.
+  // 0 for a time-out or an abort (default capture); -22 for a failure. Mode 2: always 0, about 1.1
+  // s later; failures are logged, and output->flicker holds what came of it. A null `output` or any
+  // other mode gives -22.
   int Process(int mode, SpectralSensorOutput* output);
 
   // Starts a single-shot measurement on m_alsChannelMask. 0, or -22 (logged).
@@ -144,6 +151,47 @@ class SPECTRAL_EXPORT SpectralSensorDevice {
   // (0..15); the entry at `low` if all are. Bad indices are logged and give the smallest gain,
   // 0.71.
   float LookUpGain(float target, int low, int high);
+
+  // ---- Service: flicker --------------------------------------------------------------------
+
+  // Starts the flicker measurement with the highest gain that does not saturate: searches on
+  // channel 6 and, should the lowest gain saturate there, on channel 3; both are kept in
+  // m_flkChannelMask and m_flkGain. Returns 0, or -22 when any step failed (logged with the sum of
+  // all their results; the search goes on).
+  int StartExpFLK_AutoGain();
+
+  // Starts the flicker measurement on m_flkChannelMask at m_flkGain, pedestal on. 0, or -22
+  // (logged).
+  int StartExpFLK();
+
+  // Stops it. 0, or -22 (logged).
+  int StopExpFLK();
+
+  // Captures `len_ms` (10..1000) of samples through the sensor hub's tunnel "/dev/sensor_tunnel"
+  // into `out`: 160 bytes for every 10 ms, zeros where the stream gave less. 0, also for a capture
+  // without data, or -22 (logged).
+  int ReadFLKData(int len_ms, unsigned char* out);
+
+  // One whole flicker measurement: gain search, capture of one second, analysis, tracking. Always
+  // 0; `result` is left as it is when the flicker enable flag is cleared meanwhile.
+  int FlickerCoreWrapper(FlickerResult* result);
+
+  // Fills `result` from three frequencies (Hz) and their amplitudes, ranked by the harmonics that
+  // support each and confirmed over consecutive calls.
+  float FlickerResultProcessing(float* freqs, float* amps, FlickerResult* result);
+
+  // The weight, 0..1, of what is found at `g` Hz towards a lamp of `f` Hz; 0 outside 50..1050 Hz.
+  float ComputeHarmonicContribution(int f, int g);
+
+  // Fills `result` from the chip's own detector, of a flicker measurement that runs: polls up to
+  // 8192 times. 0, or -22 for a null `result` or a failed read (logged).
+  int ReadFLK(FlickerResult* result);
+
+  // Loads the analysis library and makes its one instance. 0, or -22 (logged).
+  int LoadFlickerLibrary();
+  void UnloadFlickerLibrary();
+  // Logs what dlerror tells, if anything, and closes the library. 0 or -22.
+  int check_dl_error();
 
   // ---- Service: calibration ----------------------------------------------------------------
 
@@ -247,6 +295,47 @@ class SPECTRAL_EXPORT SpectralSensorDevice {
 
   // The same with one read a byte, of the channels asked and running only.
   int VD6281_GetAlsValues_Ref(unsigned char channels, VD6281_Als_t* values, unsigned char* ready);
+
+  // ---- Driver: the chip's flicker detector -------------------------------------------------
+
+  // Reads the detector of the running flicker measurement once (registers 0x33..0x39);
+  // info->confidence tells whether it has an answer. `channel` and `gain` are not written. 0, -4,
+  // -1, -8, or the failed read's result with `info` untouched.
+  int VD6281_GetFlickerFrequency(VD6281_FlickerInfo_t* info);
+
+  // The same from start to stop: starts flicker with automatic gain, polls up to `polls` times
+  // (8192.. 81920) without a pause, stops, and notes channel and gain. 0, also without an answer; 1
+  // for a null `info`; or a failed read's result (logged).
+  int VD6281_GetFlickerFrequency_Ref(VD6281_FlickerInfo_t* info, int polls);
+
+  // ---- Driver: the sensor hub's tunnel -----------------------------------------------------
+  //
+  // One capture is QuilInit, QuilTunnelSetup, QuilResetRdBuf, GetFlickerDataBuffer,
+  // QuilTunnelTerminate, all on the tunnel block of the device record.
+
+  // Forgets all of the block. 0 or -4.
+  int VD6281_QuilInit();
+
+  // Opens "/dev/sensor_tunnel" and routes the flicker and the VSYNC stream into it. 0 or -4; after
+  // a failure (logged) everything is undone and the result is that of QuilTunnelTerminate, so 0 for
+  // a tunnel that does not open.
+  int VD6281_QuilTunnelSetup();
+
+  // Empties the buffers and the per-id tables. 0 or -4.
+  int VD6281_QuilResetRdBuf();
+
+  // Gathers len_ms / 10 flicker payloads (at most 1000 ms) and returns them; fewer when the stream
+  // fails or the flicker enable flag is cleared. Null without a device, for a longer request, or
+  // when the stream is out of step (logged).
+  unsigned char* VD6281_GetFlickerDataBuffer(unsigned int len_ms);
+
+  // Closes the streams, the tunnel and the dump files. 0, -4, or the failed route ioctl's result.
+  int VD6281_QuilTunnelTerminate();
+
+  // Debugging: reads as GetFlickerDataBuffer does and writes the raw stream to
+  // "/data/unparsed_flicker_data" and all payloads to "/data/flicker_data.wav", bare. 0, -4, -1, or
+  // the result of QuilTunnelTerminate after a failure.
+  int VD6281_QuilDumpFlickerDataToFile(unsigned int len_ms);
 
   // ---- Driver: controls --------------------------------------------------------------------
 

@@ -46,6 +46,16 @@ struct FlickerResult {
   std::uint64_t timestamp_ns;        // nanoseconds since boot at the capture
 };
 
+// One answer of the chip's own flicker detector, as FlickerSensor hands it on: the layout of
+// VD6281_FlickerInfo_t.
+struct Spectral_FlickerInfo_t {
+  std::uint8_t channel;
+  std::uint16_t gain;       // 8.8 fixed point
+  std::uint32_t frequency;  // Hz
+  std::uint8_t confidence;  // 0 no result yet, 1 measured, 100 measured with good quality
+  std::uint8_t valid;
+};
+
 // What one Process call delivers: mode 1 fills als, mode 2 fills flicker.
 struct SpectralSensorOutput {
   ALSResult als;

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <type_traits>
 
 // A measurement: which engine of the chip runs, and how.
@@ -63,6 +64,15 @@ struct VD6281_Als_t {
   std::uint32_t raw_count[6];  // counts as read from the chip, 0..0xFFFFFF
 };
 
+// One answer of the chip's own flicker detector.
+struct VD6281_FlickerInfo_t {
+  std::uint8_t channel;     // channel mask the result belongs to
+  std::uint16_t gain;       // of that channel, 8.8 fixed point
+  std::uint32_t frequency;  // Hz
+  std::uint8_t confidence;  // 0 no result yet, 1 measured, 100 measured with good quality
+  std::uint8_t valid;       // 1 when frequency holds a measurement
+};
+
 // The argument of the register-read ioctl on "/dev/vd6281".
 struct VD6281_Transfer_t {
   std::uint32_t mode;      // 1 for a single register, 0 for a prepared list
@@ -114,5 +124,26 @@ struct VD6281_device {
   VD6281_Transfer_t als_xfer;      // prepared: registers 0x06..0x1C
   VD6281_Transfer_t flicker_xfer;  // prepared: registers 0x33..0x39
   VD6281_Transfer_t single_xfer;   // scratch of the single-register reads
+
+  // The sensor-hub tunnel: one capture of its packet stream. The per-id tables are for ids 0..31.
+  std::FILE* tun_dev;               // the open tunnel, or null
+  std::FILE* dump_fp[32];           // per id, of the file dump
+  std::FILE* unparsed_fp;           // raw stream of the file dump
+  std::int32_t rd_len;              // bytes of rd_buf not yet parsed, from buf_itr on
+  std::int32_t carry_len;           // bytes carried over to the start of rd_buf by the last read
+  std::int32_t parsed_bytes;        // bytes of all complete packets
+  std::uint8_t rd_buf[16384];       // what was read
+  std::uint8_t flicker_buf[16384];  // flicker payloads of 160 bytes, back to back
+  std::uint8_t magic[4];
+  std::uint8_t id_valid;  // 1 while the current packet's id is accepted
+  std::uint32_t last_seq[32];
+  std::uint32_t seq_seen[32];
+  std::uint32_t seq_lost[32];
+  std::uint64_t pkt_ts[32];
+  std::uint8_t* pkt_start;  // of the packet being parsed
+  std::uint8_t* buf_itr;    // parse position in rd_buf
+  std::uint32_t hdr_size;
+  std::uint16_t cur_id;
+  std::uint16_t cur_aux;
 };
 static_assert(std::is_trivial_v<VD6281_device>, "bring-up zero-fills the record");

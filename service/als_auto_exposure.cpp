@@ -8,6 +8,7 @@
 
 #include "driver/register_access.h"
 #include "driver/status.h"
+#include "driver/truncate.h"
 #include "platform/log.h"
 #include "service/auto_exposure.h"
 #include "spectral_sensor_device.h"
@@ -59,8 +60,9 @@ int SpectralSensorDevice::ALSAE(ALSResult* result, ALSConfig* next, bool* stable
     case spectral::AlsVerdict::kSaturated:
     case spectral::AlsVerdict::kNotWellPlaced:
       next->exposureTime = proposal.exposure_us;
-      std::transform(std::begin(proposal.gain), std::end(proposal.gain), next->gainCode,
-                     [](float gain) { return static_cast<std::uint16_t>(gain * 256.0f); });
+      std::transform(
+          std::begin(proposal.gain), std::end(proposal.gain), next->gainCode,
+          [](float gain) { return spectral::truncate_to<std::uint16_t>(gain * 256.0f); });
       break;
   }
   return kOk;

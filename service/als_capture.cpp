@@ -26,7 +26,7 @@ namespace {
 
 constexpr int kReadyPolls = 8192;
 constexpr auto kPollPause = std::chrono::milliseconds(1);
-constexpr float kHighestGainCode = 25600.0f;           // that auto-exposure gives
+constexpr float kHighestGainCode = 25600.0f;  // that auto-exposure gives
 
 // The first failure of exposure and gains, with what was applied in `working`.
 int configure(SpectralSensorDevice* sensor, VD6281_device* dev, const ALSConfig& wanted,

@@ -1,22 +1,9 @@
 #include "service/als_normalisation.h"
 
-#include <limits>
-
 #include "driver/channel.h"
+#include "driver/truncate.h"
 
 namespace spectral {
-
-namespace {
-
-constexpr float kTwoToThe32 = 4294967296.0f;
-
-std::uint32_t truncate(float value) {
-  if (!(value > 0.0f)) return 0;  // NaN too
-  if (value >= kTwoToThe32) return std::numeric_limits<std::uint32_t>::max();
-  return static_cast<std::uint32_t>(value);
-}
-
-}  // namespace
 
 float smallest_gain(std::uint8_t delivered, const float* gain, float start) {
   float smallest = start;
@@ -27,7 +14,7 @@ float smallest_gain(std::uint8_t delivered, const float* gain, float start) {
 }
 
 std::uint32_t scale_count(std::uint32_t count, float ratio) {
-  return truncate(static_cast<float>(count) / ratio);
+  return truncate_to<std::uint32_t>(static_cast<float>(count) / ratio);
 }
 
 }  // namespace spectral

@@ -83,6 +83,15 @@ int SpectralSensorDevice::Init(int mode) {
     result = bring_up(this);
     if (result != kOk) return result;
   }
+  if (mode == SPECTRAL_MODE_FLICKER && m_flkRefCount == 1) {
+    result = LoadFlickerLibrary();
+    if (result == kFailed) {
+      UnloadFlickerLibrary();
+      SPECTRAL_LOG_ERROR(kDriverTag, "%s: Failed to load flicker library, error code %d", "Init",
+                         0);  // whatever the loader said
+      return kFailed;
+    }
+  }
   if (result == kOk && m_calibrationValid == 0) PrepareCalibrationData();
   return result;
 }
@@ -95,7 +104,10 @@ void SpectralSensorDevice::Uninit(int mode) {
       if (m_alsRefCount-- < 2 && dev != nullptr) stop_als(dev, VD6281_MODE_ALS_SINGLE_SHOT);
       break;
     case SPECTRAL_MODE_FLICKER:
-      if (m_flkRefCount-- < 2 && dev != nullptr) stop_flicker(dev);
+      if (m_flkRefCount-- < 2) {
+        if (dev != nullptr) stop_flicker(dev);
+        UnloadFlickerLibrary();
+      }
       break;
     default:
       return;

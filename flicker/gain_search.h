@@ -1,0 +1,48 @@
+#pragma once
+
+// The search for the highest gain at which the flicker channel does not saturate.
+//
+// A binary search over the ladder of the chip's fifteen gains (driver/quantisation.h, highest
+// first) from the lowest on, with steps of 8, 4, 2 and 1: a trial that saturates steps to less
+// gain, one that does not to more. Where the search comes back to the lowest gain on the preferred
+// channel, which the first trial does when it saturates, it begins again on the fallback channel. A
+// last trial steps back once more if it saturates.
+
+#include <algorithm>
+#include <cstdint>
+
+#include "driver/quantisation.h"
+
+namespace spectral {
+
+constexpr std::uint32_t kPreferredFlickerChannel = 0x20;
+constexpr std::uint32_t kFallbackFlickerChannel = 0x04;
+
+struct GainChoice {
+  std::uint32_t channel;
+  int index;  // of the ladder
+};
+
+// `saturates(GainChoice)` runs one trial.
+template <typename Trial>
+GainChoice search_gain(Trial saturates) {
+  constexpr int kLowest = kGains - 1;
+  constexpr int kSteps = 4;
+  GainChoice choice = {kPreferredFlickerChannel, kLowest};
+  int steps_left = kSteps;
+  while (steps_left > 0) {
+    const int step = 1 << (steps_left - 1);
+    choice.index = saturates(choice) ? std::min(choice.index + step, kLowest)
+                                     : std::max(choice.index - step, 0);
+    if (choice.index == kLowest && choice.channel == kPreferredFlickerChannel) {
+      choice.channel = kFallbackFlickerChannel;
+      steps_left = kSteps;
+    } else {
+      --steps_left;
+    }
+  }
+  if (saturates(choice)) choice.index = std::min(choice.index + 1, kLowest);
+  return choice;
+}
+
+}  // namespace spectral
