@@ -10,11 +10,13 @@
 
 #define ANALYSIS_EXPORT __attribute__((visibility("default")))
 
-// The samples, without their mean and under a Hann window, go through one real transform, whose bins
-// are one hertz apart. A tone is a bin that
+// The samples, without their mean and under a Hann window, go through one real transform, whose
+// bins are one hertz apart. A tone is a bin that
 //   - is higher than its neighbours, and falls off to both sides as the window's main lobe does,
-//   - stands out of what lies just outside that lobe, which the ripple of steps in the light does not,
-//   - stands out of what the steps of the light leave: their spectrum falls with the frequency, and so
+//   - stands out of what lies just outside that lobe, which the ripple of steps in the light does
+//   not,
+//   - stands out of what the steps of the light leave: their spectrum falls with the frequency, and
+//   so
 //     is known from below the band,
 //   - stands out of the whole band's noise, so far that white noise hardly ever does.
 // Its frequency and amplitude come from the ratio of the two highest bins of its lobe.
@@ -30,11 +32,11 @@ constexpr int kTones = 3;
 constexpr float kLargestSample = 1e9f;
 
 // What makes a bin a tone, as ratios of power.
-constexpr float kAboveNoise = 16.0f;       // 950 bins of white noise: 950 e^-16 = 0.0001
+constexpr float kAboveNoise = 16.0f;  // 950 bins of white noise: 950 e^-16 = 0.0001
 constexpr float kAboveSurroundings = 8.0f;
-constexpr float kAboveSteps = 16.0f;       // of three even steps the peaks are 9 times the middle
-constexpr float kLobeTail = 0.15f;         // two bins away, both sides: at most 0.05 without noise
-constexpr int kSurroundingsFrom = 3;       // bins away
+constexpr float kAboveSteps = 16.0f;  // of three even steps the peaks are 9 times the middle
+constexpr float kLobeTail = 0.15f;    // two bins away, both sides: at most 0.05 without noise
+constexpr int kSurroundingsFrom = 3;  // bins away
 constexpr int kSurroundingsTo = 5;
 constexpr int kLobe = 3;
 constexpr float kWeakest = 1e-4f;  // amplitude, of the samples' root mean square: above rounding
@@ -179,8 +181,8 @@ class Analysis {
     return scaled[kStepBins / 2];
   }
 
-  // Of a tone between bins the two next to it tell where: by the Hann window's main lobe their ratio a
-  // puts it (2a - 1) / (a + 1) of a bin from the higher towards the lower.
+  // Of a tone between bins the two next to it tell where: by the Hann window's main lobe their
+  // ratio a puts it (2a - 1) / (a + 1) of a bin from the higher towards the lower.
   Tone measure(int bin) const {
     const float before = power(bin - 1);
     const float after = power(bin + 1);

@@ -1,8 +1,8 @@
 #pragma once
 
-// Finds the flicker frequencies of one second of light samples. The library has the three entry points
-// by which libspectralsensor reaches the phone's analysis library, and stands in for it where that is
-// not at hand.
+// Finds the flicker frequencies of one second of light samples. The library has the three entry
+// points by which libspectralsensor reaches the phone's analysis library, and stands in for it
+// where that is not at hand.
 
 #include <cstdint>
 

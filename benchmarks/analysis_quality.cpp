@@ -98,19 +98,22 @@ void tones(Bench* bench) {
     bench->add_noise(1000.0 / std::sqrt(2.0) / 10.0);
     return std::fabs(bench->analyse().amplitude[0] - 1000.0f) < 30.0f;
   });
-  bench->row("three tones 10 Hz apart, 0, -20 and -40 dB in any order: all, by strength", 0.999, [&] {
-    const int hz = bench->whole(50, 960);
-    int order[3] = {0, 1, 2};
-    for (int i = 2; i > 0; --i) std::swap(order[i], order[bench->whole(0, i)]);
-    bench->clear();
-    for (int i = 0; i < 3; ++i) {
-      bench->add_tone(hz + 10 * order[i] + bench->uniform(-0.4, 0.4), 1000.0 * std::pow(10.0, -i));
-    }
-    const Found found = bench->analyse();
-    bool all = found.count == 3;
-    for (int i = 0; i < 3; ++i) all = all && found.hz[i] == static_cast<float>(hz + 10 * order[i]);
-    return all;
-  });
+  bench->row("three tones 10 Hz apart, 0, -20 and -40 dB in any order: all, by strength", 0.999,
+             [&] {
+               const int hz = bench->whole(50, 960);
+               int order[3] = {0, 1, 2};
+               for (int i = 2; i > 0; --i) std::swap(order[i], order[bench->whole(0, i)]);
+               bench->clear();
+               for (int i = 0; i < 3; ++i) {
+                 bench->add_tone(hz + 10 * order[i] + bench->uniform(-0.4, 0.4),
+                                 1000.0 * std::pow(10.0, -i));
+               }
+               const Found found = bench->analyse();
+               bool all = found.count == 3;
+               for (int i = 0; i < 3; ++i)
+                 all = all && found.hz[i] == static_cast<float>(hz + 10 * order[i]);
+               return all;
+             });
   bench->row("a rectified 100 Hz lamp: 100 first, then its harmonics", 1.0, [&] {
     const double shift = bench->uniform(0, 1);
     bench->clear();

@@ -24,6 +24,21 @@ constexpr double kFractions = 256.0;  // of a count, in the 24 bits
 
 constexpr std::uint8_t kCut20Revision = 0xBA;
 
+// The flicker path saturates at the same light as the ALS converter, where a sample is at its
+// highest.
+constexpr double kFlickerLimit = kCountsPerStep / kExposureStepMs;  // counts a millisecond
+constexpr double kHighestSample = 32767.0;
+constexpr int kPedestalStep = 16;
+constexpr double kFlickerNoise = 4.0;  // of a sample, at full noise
+
+// The detector looks this far for saturation; its counters run at 16 kHz to these ends.
+constexpr std::int64_t kSaturationWindowNs = 40 * kNsPerMs;
+constexpr int kSaturationSamples = 80;
+constexpr double kTicksPerSecond = 16000.0;
+constexpr double kMostTicks = 65535.0;
+constexpr double kMostPeriods = 255.0;
+constexpr int kGoodCycles = 200;
+
 double gain_of_code(std::uint8_t code) {
   return code < std::size(kGainOfCode) ? kGainOfCode[code] : 0.0;
 }
@@ -109,6 +124,10 @@ std::optional<std::uint8_t> Chip::read(std::uint8_t address) {
       value = read_otp_status();
       break;
     default:
+      if (address >= reg::kFlickerDetector &&
+          address < reg::kFlickerDetector + reg::kFlickerDetectorRegisters) {
+        value = read_detector(address);
+      }
       break;
   }
   return m_pins[address].value_or(value);
@@ -118,7 +137,9 @@ bool Chip::write(std::uint8_t address, std::uint8_t value) {
   if (!m_powered) return false;
   finish_measurements();
   if (is_read_only(address)) return true;
+  const bool flicker_ran = flicker_runs();
   m_registers[address] = value;
+  if (flicker_runs() && !flicker_ran) m_flicker_started_ns = m_clock->now_ns();
   switch (address) {
     case reg::kStatus:
       if ((value & reg::kAcknowledge) != 0) m_result_waits = false;
@@ -193,13 +214,69 @@ double Chip::measured_counts(int channel, double from_ms, double to_ms) {
   const double exposure_ms = to_ms - from_ms;
   const std::uint8_t gain_code = *(&m_registers[reg::kChannelGain] + channel);
   double counts = m_scene.mean(channel, from_ms, to_ms) * gain_of_code(gain_code) * exposure_ms;
-  if (m_noise > 0.0) {
-    double normal = -6.0;  // sum of twelve even numbers: near enough, and the same everywhere
-    for (int i = 0; i < 12; ++i) normal += static_cast<double>(m_random() >> 11) * 0x1p-53;
-    counts += m_noise * std::sqrt(counts) * normal;
-  }
+  counts += noisy(std::sqrt(counts));
   const double limit = std::min(kCountsPerStep * exposure_ms / kExposureStepMs, kFullScale);
   return std::clamp(counts, 0.0, limit);
+}
+
+// Noise of this size, by the chip's part of it.
+double Chip::noisy(double size) {
+  if (m_noise <= 0.0) return 0.0;
+  double normal = -6.0;  // sum of twelve even numbers: near enough, and the same everywhere
+  for (int i = 0; i < 12; ++i) normal += static_cast<double>(m_random() >> 11) * 0x1p-53;
+  return m_noise * size * normal;
+}
+
+bool Chip::flicker_runs() const {
+  return (m_registers[reg::kFlickerControl] & reg::kFlickerRun) != 0;
+}
+
+// Light on the selected channel times its gain, as a part of what the path holds.
+double Chip::flicker_level(std::int64_t from_ns, std::int64_t to_ns) const {
+  const int select = (m_registers[reg::kFlickerControl] & reg::kFlickerSelectAndRun) >> 1;
+  const int channel = select == 1 ? reg::kChannels - 1 : select - 2;
+  if (!flicker_runs() || channel < 0 || channel >= reg::kChannels) return 0.0;
+  const double from_s = static_cast<double>(from_ns) / kNsPerSecond;
+  const double to_s = static_cast<double>(to_ns) / kNsPerSecond;
+  const std::uint8_t gain_code = *(&m_registers[reg::kChannelGain] + channel);
+  return m_scene.mean(channel, from_s * 1000, to_s * 1000) * m_scene.modulation(from_s, to_s) *
+         gain_of_code(gain_code) / kFlickerLimit;
+}
+
+std::int16_t Chip::flicker_sample(std::int64_t from_ns, std::int64_t to_ns) {
+  if (!m_powered || !flicker_runs()) return 0;
+  const bool has_pedestal = (m_registers[reg::kFlickerControl] & reg::kPedestalDisable) == 0;
+  const int pedestal = has_pedestal ? m_registers[reg::kPedestalValue] * kPedestalStep : 0;
+  const double sample =
+      flicker_level(from_ns, to_ns) * kHighestSample + pedestal + noisy(kFlickerNoise);
+  return static_cast<std::int16_t>(std::clamp(sample, 0.0, kHighestSample));
+}
+
+// The counters as they stand now: saturated samples of the light from now on, then ticks, periods
+// and good cycles of the strongest frequency since the start, until one of the first two is full.
+std::uint8_t Chip::read_detector(std::uint8_t address) const {
+  if (!flicker_runs()) return 0;
+  const std::int64_t now_ns = m_clock->now_ns();
+  const int offset = address - reg::kFlickerDetector;
+  if (offset < 2) {
+    int saturated = 0;
+    constexpr std::int64_t kSampleNs = kSaturationWindowNs / kSaturationSamples;
+    for (int i = 0; i < kSaturationSamples; ++i) {
+      const std::int64_t from_ns = now_ns + i * kSampleNs;
+      saturated += flicker_level(from_ns, from_ns + kSampleNs) >= 1.0 ? 1 : 0;
+    }
+    return static_cast<std::uint8_t>(offset == 0 ? saturated >> 8 : saturated);
+  }
+  const double hz = m_scene.strongest_hz();
+  const double full_s = std::min(kMostTicks / kTicksPerSecond,
+                                 hz > 0.0 ? kMostPeriods / hz : kMostTicks / kTicksPerSecond);
+  const double elapsed_s =
+      std::min(static_cast<double>(now_ns - m_flicker_started_ns) / kNsPerSecond, full_s);
+  const auto ticks = static_cast<int>(std::lround(elapsed_s * kTicksPerSecond));
+  const auto periods = static_cast<int>(elapsed_s * hz + 1e-6);
+  const int good = hz > 0.0 && elapsed_s >= full_s ? kGoodCycles : 0;
+  const int counters[] = {ticks >> 8, ticks & 0xFF, periods, good >> 8, good & 0xFF};
+  return static_cast<std::uint8_t>(counters[offset - 2]);
 }
 
 }  // namespace spectralsim

@@ -37,6 +37,10 @@ class __attribute__((visibility("default"))) Chip {
   // The register as it is, without the effects of reading it.
   std::uint8_t peek(std::uint8_t address) const { return m_registers[address]; }
 
+  // What the sensor hub takes: one sample of the running flicker measurement, with its channel's
+  // gain, the converter's limit and the pedestal; 0 while none runs.
+  std::int16_t flicker_sample(std::int64_t from_ns, std::int64_t to_ns);
+
   // What the kernel driver does. A chip without power answers nothing.
 
   void power(bool on);
@@ -50,6 +54,10 @@ class __attribute__((visibility("default"))) Chip {
   void latch_result(std::int64_t from_ns, std::int64_t to_ns);
   double measured_counts(int channel, double from_ms, double to_ms);
   std::uint8_t read_otp_status();
+  double noisy(double size);
+  bool flicker_runs() const;
+  double flicker_level(std::int64_t from_ns, std::int64_t to_ns) const;
+  std::uint8_t read_detector(std::uint8_t address) const;
 
   const Clock* m_clock;
   std::uint8_t m_device_id = 0x70;
@@ -70,6 +78,7 @@ class __attribute__((visibility("default"))) Chip {
   std::int64_t m_exposure_ns = 0;
   std::int64_t m_period_ns = 0;
   std::int64_t m_result_due_ns = 0;
+  std::int64_t m_flicker_started_ns = 0;
 };
 
 }  // namespace spectralsim

@@ -79,6 +79,13 @@ bool Clock::advance_to(std::int64_t deadline_ns) {
 }
 
 void Clock::sleep_ns(std::int64_t duration_ns) {
+  if (!m_virtual) {
+    static Next<int(const timespec*, timespec*)> system("nanosleep");
+    timespec duration = {duration_ns / kNsPerSecond, duration_ns % kNsPerSecond};
+    while (system(&duration, &duration) != 0) {
+    }
+    return;
+  }
   const std::int64_t deadline_ns = now_ns() + std::max<std::int64_t>(duration_ns, 0);
   while (advance_to(deadline_ns)) {
   }

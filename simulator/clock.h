@@ -35,7 +35,7 @@ class __attribute__((visibility("default"))) Clock {
   // it runs. Returns whether an action ran. No lock of the simulator may be held.
   bool advance_to(std::int64_t deadline_ns);
 
-  // Virtual time only: lets all of `duration_ns` pass.
+  // Lets all of `duration_ns` pass, on either time.
   void sleep_ns(std::int64_t duration_ns);
 
   // The phone's time, in now_ns, at which the system's clock `id` shows `when`.

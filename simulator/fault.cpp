@@ -38,7 +38,7 @@ int errno_named(const std::string& name) {
 
 Fault Fault::parse(const std::string& text) {
   static const std::regex form(
-      "(open|read|write|ioctl):([a-z0-9_]+)(@0x([0-9a-fA-F]{1,2}))?(#([0-9]{1,6}|every))?"
+      "(open|read|write|ioctl):([a-z0-9_.]+)(@0x([0-9a-fA-F]{1,2}))?(#([0-9]{1,6}|every))?"
       "(=(E[A-Z0-9]+|-?[0-9]{1,6}))?");
   std::smatch part;
   if (!std::regex_match(text, part, form)) {

@@ -20,6 +20,8 @@ class __attribute__((visibility("default"))) Fault {
   static Fault write(Node node) { return {Call::kWrite, node}; }
   static Fault register_write() { return {Call::kWrite, Node::kWriteByte}; }
   static Fault register_read() { return {Call::kIoctl, Node::kDevice}; }
+  // By the low byte of its request: 0x24, 0x22, 0x23 or 0x19.
+  static Fault tunnel_ioctl(int request) { return Fault(Call::kIoctl, Node::kTunnel).at(request); }
 
   // A fault as "write:iridel_write_byte@0x2e#2=EIO": call (open, read, write, ioctl), node, and,
   // where wanted, register, count from 1 ("#every" for all) and errno name or result. Throws

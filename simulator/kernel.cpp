@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "driver/nodes.h"
@@ -19,6 +21,8 @@ namespace spectralsim {
 namespace {
 
 constexpr char kFactoryFilePath[] = "/mnt/vendor/persist/camera/ials_fac_test";
+constexpr char kUnparsedFilePath[] = "/data/unparsed_flicker_data";
+constexpr char kDumpFilePath[] = "/data/flicker_data.wav";
 constexpr std::uint32_t kMostRegisters = 32;
 constexpr unsigned long kHighestRegisterWrite = 0xFFFF;  // address and value
 
@@ -55,11 +59,11 @@ Node Kernel::node_of_path(const char* path) {
     const char* path;
     Node node;
   };
-  static constexpr Place kPlaces[] = {{spectral::kDevicePath, Node::kDevice},
-                                      {spectral::kEnablePath, Node::kEnable},
-                                      {spectral::kReadBytePath, Node::kReadByte},
-                                      {spectral::kWriteBytePath, Node::kWriteByte},
-                                      {kFactoryFilePath, Node::kFactoryFile}};
+  static constexpr Place kPlaces[] = {
+      {spectral::kDevicePath, Node::kDevice},     {spectral::kEnablePath, Node::kEnable},
+      {spectral::kReadBytePath, Node::kReadByte}, {spectral::kWriteBytePath, Node::kWriteByte},
+      {kFactoryFilePath, Node::kFactoryFile},     {spectral::kTunnelPath, Node::kTunnel},
+      {kUnparsedFilePath, Node::kUnparsedFile},   {kDumpFilePath, Node::kDumpFile}};
   if (path == nullptr) return Node::kNone;
   for (const Place& place : kPlaces) {
     if (std::strcmp(place.path, path) == 0) return place.node;
@@ -98,26 +102,38 @@ long Kernel::finish(Event event, long result) {
   return result;
 }
 
-// A real descriptor stands for the phone's, so that its number is nobody else's: the file with its
-// content, or an empty one.
-int Kernel::open_descriptor(Node node) {
+Kernel::~Kernel() {
+  for (const auto& [node, fd] : m_backing) syscall(SYS_close, fd);
+}
+
+// The file that keeps what is written to a dump file, or read from the factory file.
+int Kernel::backing_file(Node node) {
+  const auto known = m_backing.find(node);
+  if (known != m_backing.end()) return known->second;
   const int fd = static_cast<int>(syscall(SYS_memfd_create, name_of(node), MFD_CLOEXEC));
+  if (fd >= 0) m_backing[node] = fd;
+  return fd;
+}
+
+// A real descriptor stands for the phone's, so that its number is nobody else's: of the file that
+// backs it, or of an empty one.
+int Kernel::open_descriptor(Node node, bool truncate) {
+  const int backing = backing_file(node);
+  if (backing < 0) return -1;
+  const std::string path = "/proc/self/fd/" + std::to_string(backing);
+  const int flags = O_RDWR | O_CLOEXEC | (truncate ? O_TRUNC : 0);
+  const int fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, path.c_str(), flags, 0));
   if (fd < 0) return -1;
   if (static_cast<std::size_t>(fd) >= kMaxFd) {
     syscall(SYS_close, fd);
     return static_cast<int>(fail_with(EMFILE));
-  }
-  if (node == Node::kFactoryFile) {
-    const std::string& content = *m_factory_file;
-    syscall(SYS_write, fd, content.c_str(), content.size());
-    syscall(SYS_lseek, fd, 0L, SEEK_SET);
   }
   m_node_of_fd[static_cast<std::size_t>(fd)].store(static_cast<std::uint8_t>(node),
                                                    std::memory_order_release);
   return fd;
 }
 
-int Kernel::open(Node node) {
+int Kernel::open(Node node, bool truncate) {
   const std::lock_guard<std::mutex> lock(m_mutex);
   Event event;
   event.call = Call::kOpen;
@@ -125,11 +141,10 @@ int Kernel::open(Node node) {
   const Fault* fault = strike(Call::kOpen, node, -1);
   if (fault != nullptr) {
     fail_with(*fault);
-  } else if (m_absent.count(node) != 0 ||
-             (node == Node::kFactoryFile && !m_factory_file.has_value())) {
+  } else if (m_absent.count(node) != 0 || (node == Node::kFactoryFile && !m_has_factory_file)) {
     fail_with(ENOENT);
   } else {
-    event.fd = open_descriptor(node);
+    event.fd = open_descriptor(node, truncate);
   }
   const int fd = event.fd;
   return static_cast<int>(finish(std::move(event), fd));
@@ -139,12 +154,30 @@ void Kernel::forget(int fd) {
   const std::lock_guard<std::mutex> lock(m_mutex);
   Event event = event_on(Call::kClose, fd);
   m_node_of_fd[static_cast<std::size_t>(fd)].store(0, std::memory_order_release);
+  for (auto stream = m_streams.begin(); stream != m_streams.end();) {
+    stream = stream->second == fd ? m_streams.erase(stream) : std::next(stream);
+  }
   finish(std::move(event), 0);
 }
 
 int Kernel::close(int fd) {
   forget(fd);
   return static_cast<int>(syscall(SYS_close, fd));
+}
+
+// A read of the tunnel sleeps until the hub has sent something; the lock is free meanwhile.
+long Kernel::serve_tunnel(void* buffer, std::size_t size) {
+  const auto sample = [this](std::int64_t from_ns, std::int64_t to_ns) {
+    return m_chip.flicker_sample(from_ns, to_ns);
+  };
+  for (;;) {
+    const std::size_t count = m_hub.read(buffer, size, m_clock.now_ns(), sample);
+    if (count > 0 || m_hub.has_ended()) return static_cast<long>(count);
+    const std::int64_t wait_ns = m_hub.next_due_ns() - m_clock.now_ns();
+    m_mutex.unlock();
+    m_clock.sleep_ns(std::max<std::int64_t>(wait_ns, 0));
+    m_mutex.lock();
+  }
 }
 
 long Kernel::serve_read(const Event& event, void* buffer, std::size_t size) {
@@ -210,13 +243,67 @@ long Kernel::read_registers(VD6281_Transfer_t* block, Event* event) {
   return 0;
 }
 
+long Kernel::tunnel_request(unsigned long request, const std::uint32_t* words, Event* event) {
+  event->address = static_cast<int>(request & 0xFF);
+  const bool has_words = request == spectral::kTunnelSetup || request == spectral::kTunnelTerminate;
+  if (has_words) {
+    char text[32];
+    std::snprintf(text, sizeof text, " %x/%u", words[1], words[3]);
+    event->text = text;
+  }
+  const Fault* fault = strike(Call::kIoctl, Node::kTunnel, event->address);
+  if (fault != nullptr) return fail_with(*fault);
+  switch (request) {
+    case spectral::kTunnelRouteSetup:
+    case spectral::kTunnelRouteTerminate:
+      m_hub.route(request == spectral::kTunnelRouteSetup);
+      return 0;
+    case spectral::kTunnelSetup:
+    case spectral::kTunnelTerminate:
+      break;
+    default:
+      return fail_with(ENOTTY);
+  }
+  if (words[0] != 0 || words[2] != 1) return fail_with(EINVAL);
+  const bool known = request == spectral::kTunnelSetup
+                         ? m_hub.set_up(words[1], words[3], m_clock.now_ns())
+                         : m_hub.terminate(words[1], words[3]);
+  return known ? 0 : fail_with(EINVAL);
+}
+
 int Kernel::ioctl(int fd, unsigned long request, void* argument) {
   const std::lock_guard<std::mutex> lock(m_mutex);
   Event event = event_on(Call::kIoctl, fd);
-  const bool known = event.node == Node::kDevice && request == spectral::kReadRegistersRequest;
-  const long result =
-      known ? read_registers(static_cast<VD6281_Transfer_t*>(argument), &event) : fail_with(ENOTTY);
+  long result = -1;
+  if (event.node == Node::kTunnel) {
+    result = tunnel_request(request, static_cast<const std::uint32_t*>(argument), &event);
+  } else if (event.node == Node::kDevice && request == spectral::kReadRegistersRequest) {
+    result = read_registers(static_cast<VD6281_Transfer_t*>(argument), &event);
+  } else {
+    fail_with(ENOTTY);
+  }
   return static_cast<int>(finish(std::move(event), result));
+}
+
+void Kernel::add_stream(const void* stream, int fd) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_streams[stream] = fd;
+}
+
+int Kernel::fd_of_stream(const void* stream) const {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  const auto known = m_streams.find(stream);
+  return known != m_streams.end() ? known->second : -1;
+}
+
+std::string Kernel::load_analysis(const char* path) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  Event event;
+  event.call = Call::kDlopen;
+  event.node = Node::kAnalysisLibrary;
+  event.text = path;
+  finish(std::move(event), 0);
+  return m_analysis.value_or(path);
 }
 
 void Kernel::log(int priority, const char* tag, const char* text) {
@@ -249,14 +336,32 @@ void Kernel::set_present(Node node, bool present) {
   }
 }
 
-void Kernel::set_file(std::optional<std::string> content) {
+void Kernel::set_file(const std::string& content) {
   const std::lock_guard<std::mutex> lock(m_mutex);
-  m_factory_file = std::move(content);
+  const int fd = backing_file(Node::kFactoryFile);
+  m_has_factory_file = syscall(SYS_ftruncate, fd, 0L) == 0 &&
+                       syscall(SYS_pwrite64, fd, content.c_str(), content.size(), 0L) ==
+                           static_cast<long>(content.size());
 }
 
 void Kernel::set_model(std::optional<std::string> model) {
   const std::lock_guard<std::mutex> lock(m_mutex);
   m_model = std::move(model);
+}
+
+void Kernel::set_analysis(std::optional<std::string> path) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_analysis = std::move(path);
+}
+
+std::string Kernel::dumped(Node node) const {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  const auto backing = m_backing.find(node);
+  if (backing == m_backing.end()) return "";
+  const auto size = static_cast<std::size_t>(syscall(SYS_lseek, backing->second, 0L, SEEK_END));
+  std::string content(size, '\0');
+  syscall(SYS_pread64, backing->second, content.data(), size, 0L);
+  return content;
 }
 
 std::optional<std::string> Kernel::model() const {

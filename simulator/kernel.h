@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -18,6 +19,7 @@
 #include "simulator/chip.h"
 #include "simulator/clock.h"
 #include "simulator/fault.h"
+#include "simulator/hub.h"
 #include "simulator/trace.h"
 #include "vd6281.h"
 
@@ -26,6 +28,9 @@ namespace spectralsim {
 class Kernel {
  public:
   Kernel() : m_chip(&m_clock) {}
+  ~Kernel();
+  Kernel(const Kernel&) = delete;
+  Kernel& operator=(const Kernel&) = delete;
 
   // The kernel of the phone that is plugged in, or null.
   static Kernel* current();
@@ -33,12 +38,13 @@ class Kernel {
 
   Clock& clock() { return m_clock; }
   Chip& chip() { return m_chip; }
+  Hub& hub() { return m_hub; }
 
   static Node node_of_path(const char* path);
   Node node_of_fd(int fd) const;
 
   // As the system calls of these names: a result, or -1 with errno set.
-  int open(Node node);
+  int open(Node node, bool truncate = false);
   int close(int fd);
   ssize_t read(int fd, void* buffer, std::size_t size);
   ssize_t write(int fd, const void* buffer, std::size_t size);
@@ -46,14 +52,23 @@ class Kernel {
   // The stream of the file behind this descriptor is closed by the C library itself.
   void forget(int fd);
 
+  // The tunnel's stream by its descriptor: what the C library does not know of a stream of ours.
+  void add_stream(const void* stream, int fd);
+  int fd_of_stream(const void* stream) const;  // -1 for any other
+
   void log(int priority, const char* tag, const char* text);
+
+  // The file to load for the analysis library's path, as chosen; the path itself for none.
+  std::string load_analysis(const char* path);
 
   // Everything below acts under the kernel's lock, from any thread.
   void add_fault(const Fault& fault);
   void clear_faults();
   void set_present(Node node, bool present);
-  void set_file(std::optional<std::string> content);
+  void set_file(const std::string& content);
   void set_model(std::optional<std::string> model);
+  void set_analysis(std::optional<std::string> path);  // nothing: there is none
+  std::string dumped(Node node) const;
   std::optional<std::string> model() const;
   Trace trace() const;
   void clear_trace();
@@ -68,10 +83,13 @@ class Kernel {
   Event event_on(Call call, int fd) const;
   // Traces the event with its result, and returns that with errno as it was.
   long finish(Event event, long result);
-  int open_descriptor(Node node);
+  int open_descriptor(Node node, bool truncate);
   long serve_read(const Event& event, void* buffer, std::size_t size);
+  long serve_tunnel(void* buffer, std::size_t size);
+  int backing_file(Node node);
   long take_write(Event* event);
   long read_registers(VD6281_Transfer_t* block, Event* event);
+  long tunnel_request(unsigned long request, const std::uint32_t* words, Event* event);
 
   mutable std::mutex m_mutex;
   Clock m_clock;
@@ -79,8 +97,12 @@ class Kernel {
   std::array<std::atomic<std::uint8_t>, kMaxFd> m_node_of_fd = {};
   std::vector<Fault> m_faults;
   std::set<Node> m_absent;
-  std::optional<std::string> m_factory_file;
+  bool m_has_factory_file = false;
   std::optional<std::string> m_model;
+  std::optional<std::string> m_analysis;
+  Hub m_hub;
+  std::map<const void*, int> m_streams;
+  std::map<Node, int> m_backing;  // descriptors of the files that the phone keeps
   bool m_keep_trace = true;
   Trace m_trace;
 };

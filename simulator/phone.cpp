@@ -1,12 +1,29 @@
 #include "simulator/phone.h"
 
+#include <dlfcn.h>
+
 #include <stdexcept>
 
 #include "simulator/kernel.h"
 
 namespace spectralsim {
 
+namespace {
+
+// Our own analysis library, beside this one.
+std::string own_analysis_library() {
+  Dl_info here = {};
+  dladdr(reinterpret_cast<const void*>(&own_analysis_library), &here);
+  const std::string path = here.dli_fname != nullptr ? here.dli_fname : "";
+  const auto folder_end = path.rfind('/');
+  return (folder_end == std::string::npos ? "./" : path.substr(0, folder_end + 1)) +
+         "libflicker_analysis.so";
+}
+
+}  // namespace
+
 Phone::Phone() : m_kernel(std::make_unique<Kernel>()) {
+  m_kernel->set_analysis(own_analysis_library());
   if (Kernel::current() != nullptr) throw std::logic_error("a phone is plugged in already");
   Kernel::set_current(m_kernel.get());
 }
@@ -16,6 +33,8 @@ Phone::~Phone() { Kernel::set_current(nullptr); }
 Chip& Phone::chip() { return m_kernel->chip(); }
 
 Clock& Phone::clock() { return m_kernel->clock(); }
+
+Hub& Phone::hub() { return m_kernel->hub(); }
 
 Phone& Phone::scene(const std::string& name) {
   chip().scene(Scene::named_or_file(name));
@@ -48,6 +67,18 @@ Phone& Phone::factory_file(const std::string& content) {
   m_kernel->set_file(content);
   return *this;
 }
+
+Phone& Phone::analysis_library(const std::string& path) {
+  m_kernel->set_analysis(path);
+  return *this;
+}
+
+Phone& Phone::remove_analysis_library() {
+  m_kernel->set_analysis(std::nullopt);
+  return *this;
+}
+
+std::string Phone::dumped(Node node) const { return m_kernel->dumped(node); }
 
 Phone& Phone::fail(const Fault& fault) {
   m_kernel->add_fault(fault);

@@ -17,6 +17,7 @@
 #include "simulator/chip.h"
 #include "simulator/clock.h"
 #include "simulator/fault.h"
+#include "simulator/hub.h"
 #include "simulator/scene.h"
 #include "simulator/trace.h"
 
@@ -34,6 +35,7 @@ class __attribute__((visibility("default"))) Phone {
 
   Chip& chip();
   Clock& clock();
+  Hub& hub();
 
   // Puts a scene in front of the sensor: a built-in one, or a JSON file by its path.
   Phone& scene(const std::string& name);
@@ -47,6 +49,14 @@ class __attribute__((visibility("default"))) Phone {
   Phone& model(const std::string& name);
   // The factory calibration file; a phone has none at first.
   Phone& factory_file(const std::string& content);
+
+  // What stands at the analysis library's path: at first our own analysis library, where it has
+  // been built beside the simulator; a file of your choice; or nothing.
+  Phone& analysis_library(const std::string& path);
+  Phone& remove_analysis_library();
+
+  // What has been written to one of the phone's dump files.
+  std::string dumped(Node node) const;
 
   Phone& fail(const Fault& fault);
   Phone& heal();  // no faults any more

@@ -4,10 +4,12 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <optional>
 
@@ -30,10 +32,32 @@ std::optional<int> open_on_phone(const char* path) {
   return kernel->open(node);
 }
 
+ssize_t read_stream(void* cookie, char* buffer, size_t size) {
+  return read(static_cast<int>(reinterpret_cast<std::intptr_t>(cookie)), buffer, size);
+}
+
+int close_stream(void* cookie) {
+  return static_cast<int>(syscall(SYS_close, reinterpret_cast<std::intptr_t>(cookie)));
+}
+
+// The C library reads its own streams by system calls that nobody can stand in front of, so the
+// tunnel's is one of ours.
+FILE* stream_of(Kernel* kernel, int fd, const char* mode) {
+  cookie_io_functions_t functions = {};
+  functions.read = read_stream;
+  functions.close = close_stream;
+  FILE* stream = fopencookie(reinterpret_cast<void*>(std::intptr_t{fd}), mode, functions);
+  if (stream != nullptr) kernel->add_stream(stream, fd);
+  return stream;
+}
+
 std::optional<FILE*> fopen_on_phone(const char* path, const char* mode) {
-  const auto fd = open_on_phone(path);
-  if (!fd) return std::nullopt;
-  return *fd < 0 ? nullptr : fdopen(*fd, mode);
+  Kernel* kernel = Kernel::current();
+  const Node node = Kernel::node_of_path(path);
+  if (kernel == nullptr || node == Node::kNone) return std::nullopt;
+  const int fd = kernel->open(node, mode[0] == 'w');
+  if (fd < 0) return nullptr;
+  return node == Node::kTunnel ? stream_of(kernel, fd, mode) : fdopen(fd, mode);
 }
 
 // The kernel of the phone that this descriptor belongs to, or null.
@@ -96,6 +120,13 @@ SIM_PREEMPTS FILE* fopen64(const char* path, const char* mode) {
   static Next<FILE*(const char*, const char*)> next("fopen64");
   const auto stream = fopen_on_phone(path, mode);
   return stream ? *stream : next(path, mode);
+}
+
+SIM_PREEMPTS int fileno(FILE* stream) noexcept {
+  static Next<int(FILE*)> next("fileno");
+  const Kernel* kernel = Kernel::current();
+  const int fd = kernel != nullptr ? kernel->fd_of_stream(stream) : -1;
+  return fd >= 0 ? fd : next(stream);
 }
 
 SIM_PREEMPTS int fclose(FILE* stream) {

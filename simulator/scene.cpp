@@ -1,6 +1,7 @@
 #include "simulator/scene.h"
 
 #include <algorithm>
+#include <cmath>
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -11,6 +12,11 @@
 namespace spectralsim {
 
 namespace {
+
+const double kPi = std::acos(-1.0);
+
+// A candle's few slow sines: frequency, amplitude.
+constexpr double kCandleSines[][2] = {{1.3, 0.05}, {4.1, 0.04}, {9.7, 0.06}, {12.9, 0.03}};
 
 // What each kind of lamp gives on the channels red, green, blue, infrared, clear and flicker
 // (clear, wider), relative to its clear light.
@@ -29,20 +35,46 @@ struct Named {
   const char* name;
   const char* description;
   std::vector<Scene::Point> points;
+  std::vector<Wave> waves = {};
 };
+
+Wave mains(double hz, double share) { return {Wave::Kind::kMains, hz, 0.5, share}; }
+Wave pwm(double hz, double duty, double share) { return {Wave::Kind::kPwm, hz, duty, share}; }
 
 const std::vector<Named>& table() {
   static const std::vector<Named> scenes = {
       {"dark", "a closed box: a trace of light only", {{0, scaled(kNightSky, 0.0005)}}},
       {"moonlight", "a field at full moon", {{0, scaled(kNightSky, 0.01)}}},
-      {"candle", "a candle on the table", {{0, scaled(kWarm, 0.6)}}},
-      {"home", "a living room under incandescent lamps", {{0, scaled(kWarm, 7.0)}}},
+      {"candle",
+       "a candle on the table",
+       {{0, scaled(kWarm, 0.6)}},
+       {{Wave::Kind::kCandle, 0.0, 0.5, 1.0}}},
+      {"home",
+       "a living room under incandescent lamps on 50 Hz mains",
+       {{0, scaled(kWarm, 7.0)}},
+       {mains(100, 0.15)}},
       {"office", "an office under white LED panels", {{0, scaled(kLed, 28.0)}}},
       {"overcast", "outside under a grey sky", {{0, scaled(kSky, 150.0)}}},
       {"daylight", "outside in open shade", {{0, scaled(kSky, 420.0)}}},
       {"sunlight",
        "straight into the sun: more than the chip can hold",
        {{0, scaled(kSky, 2500.0)}}},
+      {"mains-50hz",
+       "a workshop under lamps on 50 Hz mains: 100 Hz",
+       {{0, scaled(kLed, 20.0)}},
+       {mains(100, 0.9)}},
+      {"mains-60hz",
+       "a workshop under lamps on 60 Hz mains: 120 Hz",
+       {{0, scaled(kLed, 20.0)}},
+       {mains(120, 0.9)}},
+      {"pwm-300hz",
+       "a desk under a lamp dimmed by 300 Hz PWM",
+       {{0, scaled(kLed, 12.0)}},
+       {pwm(300, 0.4, 0.8)}},
+      {"mixed",
+       "daylight, lamps on 50 Hz mains and a 270 Hz PWM display",
+       {{0, scaled(kSky, 60.0)}},
+       {mains(100, 0.4), pwm(270, 0.5, 0.15)}},
       {"dusk",
        "daylight that falls to moonlight within a minute",
        {{0, scaled(kSky, 420.0)},
@@ -89,7 +121,103 @@ Light light_of(const nlohmann::json& value) {
   return light;
 }
 
+std::vector<Scene::Point> points_of(const nlohmann::json& scene) {
+  if (scene.contains("light")) return {{0.0, light_of(scene["light"])}};
+  if (!scene.contains("points") || !scene["points"].is_array()) {
+    throw std::invalid_argument("a scene has \"light\" or a list of \"points\"");
+  }
+  std::vector<Scene::Point> points;
+  for (const auto& point : scene["points"]) {
+    if (!point.is_object() || !point.contains("at_ms") || !point["at_ms"].is_number() ||
+        !point.contains("light")) {
+      throw std::invalid_argument("a point has \"at_ms\" and \"light\"");
+    }
+    points.push_back({point["at_ms"].get<double>(), light_of(point["light"])});
+  }
+  return points;
+}
+
+Wave wave_of(const nlohmann::json& value) {
+  if (!value.is_object()) throw std::invalid_argument("a wave is an object");
+  const auto number = [&](const char* name, double otherwise, double low, double high) {
+    if (!value.contains(name)) return otherwise;
+    if (!value[name].is_number()) throw std::invalid_argument(std::string(name) + " is a number");
+    const double result = value[name].get<double>();
+    if (result >= low && result <= high) return result;
+    throw std::invalid_argument(std::string(name) + " is outside its range");
+  };
+  const std::string kind =
+      value.contains("wave") && value["wave"].is_string() ? value["wave"].get<std::string>() : "";
+  Wave wave;
+  if (kind == "pwm") {
+    wave.kind = Wave::Kind::kPwm;
+  } else if (kind == "candle") {
+    wave.kind = Wave::Kind::kCandle;
+  } else if (kind != "mains") {
+    throw std::invalid_argument("a wave is mains, pwm or candle");
+  }
+  wave.hz = number("hz", wave.hz, 1.0, 100000.0);
+  wave.duty = number("duty", wave.duty, 0.001, 1.0);
+  wave.share = number("share", wave.share, 0.0, 1.0);
+  return wave;
+}
+
 }  // namespace
+
+double Wave::integral(double at_s) const {
+  if (kind == Kind::kCandle) {
+    double sum = at_s;
+    for (const auto& [frequency, amplitude] : kCandleSines) {
+      const double turn = 2 * kPi * frequency;
+      sum += amplitude * (1.0 - std::cos(turn * at_s)) / turn;
+    }
+    return sum;
+  }
+  const double whole = std::floor(at_s * hz);
+  const double part = at_s * hz - whole;
+  const double of_part =
+      kind == Kind::kPwm ? std::min(part / duty, 1.0) : (1.0 - std::cos(kPi * part)) / 2.0;
+  return (whole + of_part) / hz;
+}
+
+double Wave::strength() const {
+  switch (kind) {
+    case Kind::kMains:
+      return share * 2.0 / 3.0;
+    case Kind::kPwm:
+      return share * 2.0 * std::fabs(std::sin(kPi * duty)) / (kPi * duty);
+    case Kind::kCandle:
+      break;
+  }
+  return 0.0;
+}
+
+Scene& Scene::flicker(std::vector<Wave> waves) {
+  double shares = 0.0;
+  for (const Wave& wave : waves) {
+    if (wave.share < 0.0) throw std::invalid_argument("a wave's share is 0 or more");
+    shares += wave.share;
+  }
+  if (shares > 1.0 + 1e-9) throw std::invalid_argument("the waves share more than all the light");
+  m_waves = std::move(waves);
+  return *this;
+}
+
+double Scene::modulation(double from_s, double to_s) const {
+  double light = 1.0;
+  for (const Wave& wave : m_waves) {
+    const double mean = (wave.integral(to_s) - wave.integral(from_s)) / (to_s - from_s);
+    light += wave.share * (mean - 1.0);
+  }
+  return light;
+}
+
+double Scene::strongest_hz() const {
+  const auto strongest =
+      std::max_element(m_waves.begin(), m_waves.end(),
+                       [](const Wave& a, const Wave& b) { return a.strength() < b.strength(); });
+  return strongest != m_waves.end() && strongest->strength() > 0.0 ? strongest->hz : 0.0;
+}
 
 Scene::Scene(std::vector<Point> points) : m_points(std::move(points)) {
   const auto earlier = [](const Point& a, const Point& b) { return a.at_ms < b.at_ms; };
@@ -98,7 +226,10 @@ Scene::Scene(std::vector<Point> points) : m_points(std::move(points)) {
   }
 }
 
-Scene Scene::named(const std::string& name) { return Scene(find(name).points); }
+Scene Scene::named(const std::string& name) {
+  const Named& scene = find(name);
+  return Scene(scene.points).flicker(scene.waves);
+}
 
 std::vector<std::string> Scene::names() {
   std::vector<std::string> result;
@@ -111,19 +242,12 @@ std::string Scene::description(const std::string& name) { return find(name).desc
 Scene Scene::from_json(const std::string& text) {
   const auto scene = nlohmann::json::parse(text, nullptr, false);
   if (!scene.is_object()) throw std::invalid_argument("a scene is one JSON object");
-  if (scene.contains("light")) return Scene(light_of(scene["light"]));
-  if (!scene.contains("points") || !scene["points"].is_array()) {
-    throw std::invalid_argument("a scene has \"light\" or a list of \"points\"");
+  std::vector<Wave> waves;
+  if (scene.contains("flicker")) {
+    if (!scene["flicker"].is_array()) throw std::invalid_argument("\"flicker\" is a list");
+    for (const auto& wave : scene["flicker"]) waves.push_back(wave_of(wave));
   }
-  std::vector<Point> points;
-  for (const auto& point : scene["points"]) {
-    if (!point.is_object() || !point.contains("at_ms") || !point["at_ms"].is_number() ||
-        !point.contains("light")) {
-      throw std::invalid_argument("a point has \"at_ms\" and \"light\"");
-    }
-    points.push_back({point["at_ms"].get<double>(), light_of(point["light"])});
-  }
-  return Scene(std::move(points));
+  return Scene(points_of(scene)).flicker(std::move(waves));
 }
 
 Scene Scene::named_or_file(const std::string& name) {

@@ -40,7 +40,10 @@ std::string what(const Event& event) {
       if (event.address >= 0) return "write " + registers(event);
       return std::string("write ") + name_of(event.node) + " " + printable(event.text);
     case Call::kIoctl:
+      if (event.node == Node::kTunnel) return "tunnel " + hex(event.address) + event.text;
       return "read " + registers(event);
+    case Call::kDlopen:
+      return "dlopen " + event.text;
     case Call::kLog:
       break;
   }
@@ -65,6 +68,14 @@ const char* name_of(Node node) {
       return "iridel_write_byte";
     case Node::kFactoryFile:
       return "ials_fac_test";
+    case Node::kTunnel:
+      return "sensor_tunnel";
+    case Node::kUnparsedFile:
+      return "unparsed_flicker_data";
+    case Node::kDumpFile:
+      return "flicker_data.wav";
+    case Node::kAnalysisLibrary:
+      return "analysis";
   }
   return "?";
 }

@@ -7,7 +7,7 @@
 
 namespace spectralsim {
 
-enum class Call { kOpen, kClose, kRead, kWrite, kIoctl, kLog };
+enum class Call { kOpen, kClose, kRead, kWrite, kIoctl, kDlopen, kLog };
 
 enum class Node {
   kNone,    // not the phone's
@@ -15,15 +15,20 @@ enum class Node {
   kEnable,  // the sysfs attributes "iridel_enable", "iridel_read_byte", "iridel_write_byte"
   kReadByte,
   kWriteByte,
-  kFactoryFile,  // "/mnt/vendor/persist/camera/ials_fac_test"
+  kFactoryFile,   // "/mnt/vendor/persist/camera/ials_fac_test"
+  kTunnel,        // "/dev/sensor_tunnel"
+  kUnparsedFile,  // "/data/unparsed_flicker_data"
+  kDumpFile,      // "/data/flicker_data.wav"
+  kAnalysisLibrary,
 };
 
 struct Event {
   Call call = Call::kLog;
   Node node = Node::kNone;
   int fd = -1;
-  int address = -1;  // register read or written, the first one of a list
-  int count = 0;     // registers read
+  int address =
+      -1;         // register read or written, the first one of a list; low byte of a tunnel request
+  int count = 0;  // registers read
   int value = -1;    // register value written, or read where count is 1
   std::string text;  // bytes written, NUL included; the log line's text
   long result = 0;
@@ -32,7 +37,7 @@ struct Event {
   std::string tag;
 
   bool is_register_write() const { return call == Call::kWrite && node == Node::kWriteByte; }
-  bool is_register_read() const { return call == Call::kIoctl; }
+  bool is_register_read() const { return call == Call::kIoctl && node == Node::kDevice; }
 };
 
 using Trace = std::vector<Event>;

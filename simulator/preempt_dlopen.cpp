@@ -1,0 +1,23 @@
+// dlopen, in front of libc's: the analysis library's path finds what the phone has there.
+
+#include <dlfcn.h>
+
+#include <cstring>
+#include <string>
+
+#include "simulator/kernel.h"
+#include "simulator/next.h"
+
+using spectralsim::Kernel;
+using spectralsim::Next;
+
+extern "C" __attribute__((visibility("default"))) void* dlopen(const char* path,
+                                                               int flags) noexcept {
+  static Next<void*(const char*, int)> next("dlopen");
+  Kernel* kernel = Kernel::current();
+  const bool is_analysis =
+      path != nullptr && std::strcmp(path, "/vendor/lib64/libzelk_flicker.so") == 0;
+  if (kernel == nullptr || !is_analysis) return next(path, flags);
+  const std::string found = kernel->load_analysis(path);
+  return next(found.c_str(), flags);
+}
