@@ -20,6 +20,10 @@ constexpr char kFactoryFile[] = "\n\n\n\n\n\n1764\n3021\n1240\n8113\n0\n6350\n65
 const std::vector<std::string> kScenes = {"dark",     "candle",   "home",    "office",
                                           "overcast", "daylight", "sunlight"};
 
+const std::vector<std::string> kLamps = {"mains-50hz", "mains-60hz", "pwm-300hz", "mixed",
+                                         "daylight"};
+constexpr int kFlickerMeasurements = 3;
+
 class Demo {
  public:
   Demo() {
@@ -34,8 +38,18 @@ class Demo {
   bool show_all() {
     if (m_sensor->Init(SPECTRAL_MODE_ALS) != 0) return false;
     show_unit();
+    std::printf(
+        "\nAMBIENT LIGHT. For each scene Process(1) until the auto-exposure keeps its setting.\n");
     bool ok = true;
     for (const std::string& scene : kScenes) ok = ok && show_scene(scene);
+    ok = ok && m_sensor->Init(SPECTRAL_MODE_FLICKER) == 0;
+    std::printf(
+        "\nFLICKER. For each lamp Process(2), three times: a gain search, a second of samples and "
+        "their\n"
+        "analysis. A frequency that is not mains is told once a second measurement has confirmed "
+        "it.\n");
+    for (const std::string& lamp : kLamps) ok = ok && show_lamp(lamp);
+    m_sensor->Uninit(SPECTRAL_MODE_FLICKER);
     m_sensor->Uninit(SPECTRAL_MODE_ALS);
     return ok;
   }
@@ -77,6 +91,45 @@ class Demo {
     }
     std::printf("  not settled within %d captures\n", kMostCaptures);
     return true;
+  }
+
+  bool show_lamp(const std::string& name) {
+    m_phone.scene(name);
+    std::printf("\n%s: %s\n", name.c_str(), spectralsim::Scene::description(name).c_str());
+    std::printf(
+        "  measurement  channel   gain    100 Hz    120 Hz   dominant          secondary\n");
+    m_sensor->m_flkTrack = FlickerTrack{};  // as a sensor just created starts
+    for (int i = 1; i <= kFlickerMeasurements; ++i) {
+      SpectralSensorOutput output{};
+      if (m_sensor->Process(SPECTRAL_MODE_FLICKER, &output) != 0) return false;
+      print_flicker(i, output.flicker);
+    }
+    return true;
+  }
+
+  void print_flicker(int number, const FlickerResult& flicker) {
+    int channel = 0;
+    while ((1 << channel) < flicker.channel) ++channel;
+    std::printf("  %11d  %7d  %5.2f  %8u  %8u", number, channel, flicker.gain / 256,
+                flicker.strength_a, flicker.strength_b);
+    print_frequency(flicker.dominant_freq, flicker.dominant_strength);
+    print_frequency(flicker.secondary_freq, flicker.secondary_strength);
+    const std::uint32_t candidate = m_sensor->m_flkTrack.dom_cand;
+    if (candidate != flicker.dominant_freq && is_frequency(candidate)) {
+      std::printf("   (%u Hz to be confirmed)", candidate);
+    }
+    std::printf("\n");
+  }
+
+  // Where the analysis finds no tone its -1 comes through.
+  static bool is_frequency(std::uint32_t hz) { return hz != 0 && hz != 0xFFFFFFFF; }
+
+  static void print_frequency(std::uint32_t hz, std::uint32_t strength) {
+    if (is_frequency(hz)) {
+      std::printf("   %4u Hz %7u", hz, strength);
+    } else {
+      std::printf("   %-15s", "none");
+    }
   }
 
   static const char* cut_of(unsigned char revision) {

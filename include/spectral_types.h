@@ -30,13 +30,14 @@ struct ALSResult {
                              // auto-exposure capture of the device facade
 };
 
-// One flicker measurement.
+// One flicker measurement. A frequency of 0 is none; so is 0xFFFFFFFF, which is what the analysis's
+// -1 for a missing tone becomes once it has been confirmed.
 struct FlickerResult {
   std::uint8_t channel;              // channel mask measured
   std::uint32_t freq_a;              // first mains flicker frequency, always 100 Hz
   std::uint32_t freq_b;              // second mains flicker frequency, always 120 Hz
-  std::uint32_t dominant_freq;       // dominant frequency that is not mains, Hz, 0 = none
-  std::uint32_t secondary_freq;      // second frequency that is not mains, Hz, 0 = none
+  std::uint32_t dominant_freq;       // dominant frequency that is not mains, Hz
+  std::uint32_t secondary_freq;      // second frequency that is not mains, Hz
   std::uint32_t strength_a;          // strength at 100 Hz, 0 = absent
   std::uint32_t strength_b;          // strength at 120 Hz, 0 = absent
   std::uint32_t dominant_strength;   // strength of dominant_freq

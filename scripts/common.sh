@@ -3,8 +3,8 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-build_packages=(g++ cmake ninja-build nlohmann-json3-dev)
-test_packages=(libgtest-dev libgmock-dev binutils)
+build_packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libkissfft-dev)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils)
 clang_packages=(clang libclang-rt-dev)
 
 as_root() {

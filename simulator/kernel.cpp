@@ -185,6 +185,8 @@ long Kernel::serve_read(const Event& event, void* buffer, std::size_t size) {
   switch (event.node) {
     case Node::kFactoryFile:
       return syscall(SYS_read, event.fd, buffer, size);
+    case Node::kTunnel:
+      return serve_tunnel(buffer, size);
     case Node::kEnable:
       return static_cast<long>(
           std::string(m_chip.powered() ? "1\n" : "0\n").copy(static_cast<char*>(buffer), size));
