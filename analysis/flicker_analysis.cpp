@@ -155,8 +155,10 @@ class Analysis {
     }
   }
 
+  // Behind the last bin lies the mirror image of the first tone before it.
   bool has_lobe_of_a_tone(int bin) const {
-    return power(bin - 2) + power(bin + 2) < kLobeTail * power(bin);
+    const float behind = bin + 2 < kBins ? power(bin + 2) : 0.0f;
+    return power(bin - 2) + behind < kLobeTail * power(bin);
   }
 
   bool stands_out(int bin) const {
@@ -181,16 +183,19 @@ class Analysis {
     return scaled[kStepBins / 2];
   }
 
-  // Of a tone between bins the two next to it tell where: by the Hann window's main lobe their
-  // ratio a puts it (2a - 1) / (a + 1) of a bin from the higher towards the lower.
+  // Of a tone between bins the neighbours tell where: by the Hann window's main lobe the ratio a of
+  // one to the highest puts it (2a - 1) / (a + 1) of a bin towards that one. The higher neighbour
+  // tells better; at the end of the band the lower one alone, as the mirror image is in the other.
   Tone measure(int bin) const {
     const float before = power(bin - 1);
     const float after = power(bin + 1);
-    const float ratio = std::sqrt(std::max(before, after) / power(bin));
-    const float offset = std::clamp((2.0f * ratio - 1.0f) / (ratio + 1.0f), 0.0f, 0.5f);
+    const bool towards_lower = before >= after || bin >= kHighestHz - 1;
+    const float ratio = std::sqrt((towards_lower ? before : after) / power(bin));
+    const float towards = std::clamp((2.0f * ratio - 1.0f) / (ratio + 1.0f), -0.5f, 0.5f);
+    const float offset = std::fabs(towards);
     const float angle = std::acos(-1.0f) * offset;
     const float lobe = offset < 1e-3f ? 1.0f : std::sin(angle) / angle / (1.0f - offset * offset);
-    const float hz = static_cast<float>(bin) + (after > before ? offset : -offset);
+    const float hz = static_cast<float>(bin) + (towards_lower ? -towards : towards);
     return {bin, hz, 4.0f / kSamples * std::sqrt(power(bin)) / lobe};
   }
 

@@ -61,6 +61,7 @@ Hub& Hub::stall_after(int packets, std::int64_t duration_ms) {
 
 Hub& Hub::send(std::string bytes) {
   m_bytes = std::move(bytes);
+  m_end_after.reset();
   return *this;
 }
 
@@ -137,9 +138,9 @@ void Hub::produce(std::int64_t now_ns, const Sampler& sample) {
 }
 
 bool Hub::has_ended() const {
-  if (!m_flicker_on) return m_pending.empty();
-  if (m_bytes) return m_pending.empty();
-  return m_end_after && m_sent >= *m_end_after;
+  if (m_end_after && m_sent >= *m_end_after) return true;
+  const bool more_to_come = m_flicker_on && !m_bytes;
+  return !more_to_come && m_pending.empty();
 }
 
 std::size_t Hub::read(void* buffer, std::size_t size, std::int64_t now_ns, const Sampler& sample) {

@@ -134,7 +134,7 @@ int Kernel::open_descriptor(Node node, bool truncate) {
 }
 
 int Kernel::open(Node node, bool truncate) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   Event event;
   event.call = Call::kOpen;
   event.node = node;
@@ -151,7 +151,7 @@ int Kernel::open(Node node, bool truncate) {
 }
 
 void Kernel::forget(int fd) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   Event event = event_on(Call::kClose, fd);
   m_node_of_fd[static_cast<std::size_t>(fd)].store(0, std::memory_order_release);
   for (auto stream = m_streams.begin(); stream != m_streams.end();) {
@@ -196,7 +196,7 @@ long Kernel::serve_read(const Event& event, void* buffer, std::size_t size) {
 }
 
 ssize_t Kernel::read(int fd, void* buffer, std::size_t size) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   Event event = event_on(Call::kRead, fd);
   const long result = serve_read(event, buffer, size);
   return finish(std::move(event), result);
@@ -222,7 +222,7 @@ long Kernel::take_write(Event* event) {
 }
 
 ssize_t Kernel::write(int fd, const void* buffer, std::size_t size) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   Event event = event_on(Call::kWrite, fd);
   event.text.assign(static_cast<const char*>(buffer), size);
   const bool writable = event.node == Node::kWriteByte || event.node == Node::kEnable;
@@ -274,7 +274,7 @@ long Kernel::tunnel_request(unsigned long request, const std::uint32_t* words, E
 }
 
 int Kernel::ioctl(int fd, unsigned long request, void* argument) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   Event event = event_on(Call::kIoctl, fd);
   long result = -1;
   if (event.node == Node::kTunnel) {
@@ -288,18 +288,18 @@ int Kernel::ioctl(int fd, unsigned long request, void* argument) {
 }
 
 void Kernel::add_stream(const void* stream, int fd) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   m_streams[stream] = fd;
 }
 
 int Kernel::fd_of_stream(const void* stream) const {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   const auto known = m_streams.find(stream);
   return known != m_streams.end() ? known->second : -1;
 }
 
 std::string Kernel::load_analysis(const char* path) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   Event event;
   event.call = Call::kDlopen;
   event.node = Node::kAnalysisLibrary;
@@ -309,7 +309,7 @@ std::string Kernel::load_analysis(const char* path) {
 }
 
 void Kernel::log(int priority, const char* tag, const char* text) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   if (!m_keep_trace) return;
   Event event;
   event.call = Call::kLog;
@@ -320,17 +320,17 @@ void Kernel::log(int priority, const char* tag, const char* text) {
 }
 
 void Kernel::add_fault(const Fault& fault) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   m_faults.push_back(fault);
 }
 
 void Kernel::clear_faults() {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   m_faults.clear();
 }
 
 void Kernel::set_present(Node node, bool present) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   if (present) {
     m_absent.erase(node);
   } else {
@@ -339,7 +339,7 @@ void Kernel::set_present(Node node, bool present) {
 }
 
 void Kernel::set_file(const std::string& content) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   const int fd = backing_file(Node::kFactoryFile);
   m_has_factory_file = syscall(SYS_ftruncate, fd, 0L) == 0 &&
                        syscall(SYS_pwrite64, fd, content.c_str(), content.size(), 0L) ==
@@ -347,17 +347,17 @@ void Kernel::set_file(const std::string& content) {
 }
 
 void Kernel::set_model(std::optional<std::string> model) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   m_model = std::move(model);
 }
 
 void Kernel::set_analysis(std::optional<std::string> path) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   m_analysis = std::move(path);
 }
 
 std::string Kernel::dumped(Node node) const {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   const auto backing = m_backing.find(node);
   if (backing == m_backing.end()) return "";
   const auto size = static_cast<std::size_t>(syscall(SYS_lseek, backing->second, 0L, SEEK_END));
@@ -367,22 +367,22 @@ std::string Kernel::dumped(Node node) const {
 }
 
 std::optional<std::string> Kernel::model() const {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   return m_model;
 }
 
 Trace Kernel::trace() const {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   return m_trace;
 }
 
 void Kernel::clear_trace() {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   m_trace.clear();
 }
 
 void Kernel::keep_trace(bool on) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
+  const Entry entry(m_mutex);
   m_keep_trace = on;
 }
 

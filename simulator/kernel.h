@@ -25,6 +25,21 @@
 
 namespace spectralsim {
 
+// Marks what happens inside the simulator on this thread, so that a test can tell it from the
+// library.
+class Inside {
+ public:
+  Inside() { ++depth(); }
+  ~Inside() { --depth(); }
+  Inside(const Inside&) = delete;
+  Inside& operator=(const Inside&) = delete;
+
+  static int& depth() {
+    static thread_local int depth = 0;
+    return depth;
+  }
+};
+
 class Kernel {
  public:
   Kernel() : m_chip(&m_clock) {}
@@ -90,6 +105,13 @@ class Kernel {
   long take_write(Event* event);
   long read_registers(VD6281_Transfer_t* block, Event* event);
   long tunnel_request(unsigned long request, const std::uint32_t* words, Event* event);
+
+  // The lock, and the mark.
+  struct Entry {
+    explicit Entry(std::mutex& mutex) : lock(mutex) {}
+    Inside inside;
+    std::lock_guard<std::mutex> lock;
+  };
 
   mutable std::mutex m_mutex;
   Clock m_clock;

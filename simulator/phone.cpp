@@ -112,6 +112,8 @@ std::vector<std::string> Phone::log() const {
   return lines;
 }
 
+bool Phone::is_inside() { return Inside::depth() > 0; }
+
 int Phone::open_descriptors() const { return m_kernel->open_descriptors(); }
 
 }  // namespace spectralsim

@@ -68,6 +68,9 @@ class __attribute__((visibility("default"))) Phone {
   std::vector<std::string> events() const;
   std::vector<std::string> log() const;
 
+  // Whether this thread is inside the simulator just now.
+  static bool is_inside();
+
   // Descriptors of the phone's nodes that are open now.
   int open_descriptors() const;
 

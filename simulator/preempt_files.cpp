@@ -55,6 +55,7 @@ std::optional<FILE*> fopen_on_phone(const char* path, const char* mode) {
   Kernel* kernel = Kernel::current();
   const Node node = Kernel::node_of_path(path);
   if (kernel == nullptr || node == Node::kNone) return std::nullopt;
+  const spectralsim::Inside inside;
   const int fd = kernel->open(node, mode[0] == 'w');
   if (fd < 0) return nullptr;
   return node == Node::kTunnel ? stream_of(kernel, fd, mode) : fdopen(fd, mode);

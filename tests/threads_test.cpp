@@ -37,6 +37,22 @@ TEST_F(Threads, AnAbortFromAnotherThreadEndsBothCaptures) {
   }
 }
 
+TEST_F(Threads, AnAbortFromAnotherThreadEndsAFlickerMeasurement) {
+  ASSERT_EQ(sensor->Init(2), 0);
+  phone.scene("mains-50hz");
+  const auto start = std::chrono::steady_clock::now();
+  std::thread other([&] {
+    std::this_thread::sleep_for(20ms);
+    sensor->SetEnableFlag(2, false);
+  });
+  EXPECT_EQ(sensor->Process(2, &output), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
+  other.join();
+  EXPECT_EQ(output.flicker.valid, 1);
+  EXPECT_EQ(dev().state, 1u);
+  sensor->Uninit(2);
+}
+
 TEST_F(Threads, CreateInitAndUninitMayRaceEachOther) {
   std::vector<std::thread> clients;
   for (int i = 0; i < 4; ++i) {
