@@ -100,7 +100,8 @@ void unload_analysis(const AnalysisBinding& binding) {
 
 int check_dl_error(const AnalysisBinding& binding) { return report(binding, dlerror()); }
 
-void analyse(const AnalysisBinding& binding, float* samples, float* frequencies, float* powers) {
+void analyse(const AnalysisBinding& binding, const float* samples, float* frequencies,
+             float* powers) {
   const std::lock_guard<std::mutex> lock(binding.mutex);
   if (binding.handle == nullptr || binding.instance == nullptr) return;
   if (binding.process != nullptr) binding.process(binding.instance, samples, frequencies, powers);

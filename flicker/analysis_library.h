@@ -35,6 +35,7 @@ int check_dl_error(const AnalysisBinding& binding);
 
 // Finds the strongest frequencies (Hz) and their spectral powers; both, three each, stay as they
 // are without a loaded library.
-void analyse(const AnalysisBinding& binding, float* samples, float* frequencies, float* powers);
+void analyse(const AnalysisBinding& binding, const float* samples, float* frequencies,
+             float* powers);
 
 }  // namespace spectral

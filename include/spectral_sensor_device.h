@@ -44,7 +44,7 @@ static_assert(sizeof(SpectralFlag) == 1 && SpectralFlag::is_always_lock_free,
 
 // Entry points of the flicker-analysis library.
 using FlickerCreateFn = void* (*)(void* config, std::int32_t flags);
-using FlickerProcessFn = void (*)(void* instance, float* samples, float* frequencies_hz,
+using FlickerProcessFn = void (*)(void* instance, const float* samples, float* frequencies_hz,
                                   float* powers);
 using FlickerDestroyFn = void (*)(void* instance);
 

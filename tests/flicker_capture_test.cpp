@@ -14,6 +14,7 @@ class FlickerCapture : public SensorTest {
     EXPECT_EQ(sensor->Init(2), 0);
     phone.clear_trace();
   }
+  ~FlickerCapture() override { sensor->Uninit(2); }  // Destroy does not unload the library
 
   const FlickerResult& measure() {
     EXPECT_EQ(sensor->Process(2, &output), 0);

@@ -2,6 +2,7 @@
 // ones without an entry point.
 
 #include <algorithm>
+#include <cstdint>
 
 #define FAKE_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -13,14 +14,14 @@ float fake_powers[3];
 int fake_instances;
 
 #ifndef WITHOUT_CREATE
-FAKE_EXPORT void* FlickerCreate(void*, int) {
+FAKE_EXPORT void* FlickerCreate(void*, std::int32_t) {
   ++fake_instances;
   return &fake_instances;
 }
 #endif
 
 #ifndef WITHOUT_PROCESS
-FAKE_EXPORT void FlickerProcess(void* instance, float*, float* frequencies, float* powers) {
+FAKE_EXPORT void FlickerProcess(void* instance, const float*, float* frequencies, float* powers) {
   if (instance != &fake_instances) return;
   std::copy(fake_frequencies, fake_frequencies + 3, frequencies);
   std::copy(fake_powers, fake_powers + 3, powers);
