@@ -6,6 +6,7 @@
 //   SPECTRALSIM_SENSOR        none for a phone without one
 //   SPECTRALSIM_MODEL         the phone's model
 //   SPECTRALSIM_FACTORY_FILE  a file that stands for the factory calibration file
+//   SPECTRALSIM_ANALYSIS      a file that stands for the analysis library, or none (our own)
 //   SPECTRALSIM_FAULTS        faults, blanks between them, as Fault::parse takes them
 //   SPECTRALSIM_TRACE         a file that gets the trace when the program ends
 // What cannot be set up ends the program before it begins, with a line that says why.
@@ -62,6 +63,12 @@ void set_up(Phone* phone) {
   if (!model.empty()) phone->model(model);
   const std::string factory_file = variable("SPECTRALSIM_FACTORY_FILE");
   if (!factory_file.empty()) phone->factory_file(content_of(factory_file));
+  const std::string analysis = variable("SPECTRALSIM_ANALYSIS");
+  if (analysis == "none") {
+    phone->remove_analysis_library();
+  } else if (!analysis.empty()) {
+    phone->analysis_library(analysis);
+  }
   std::istringstream faults(variable("SPECTRALSIM_FAULTS"));
   for (std::string fault; faults >> fault;) phone->fail(Fault::parse(fault));
 }

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <cstring>
 #include <fstream>
@@ -249,6 +250,32 @@ TEST_F(SimulatedKernel, PassesOtherFilesThrough) {
   EXPECT_THAT(phone.events(), ::testing::IsEmpty());
 }
 
+TEST_F(SimulatedKernel, StreamsWhatTheHubIsSetUpFor) {
+  phone.chip().power(true);
+  std::FILE* tunnel = std::fopen(spectral::kTunnelPath, "r");
+  ASSERT_NE(tunnel, nullptr);
+  std::uint32_t flicker[] = {0, 36897, 1, 0};
+  EXPECT_EQ(ioctl(fileno(tunnel), spectral::kTunnelSetup, flicker), -1) << "not routed";
+  EXPECT_EQ(ioctl(fileno(tunnel), spectral::kTunnelRouteSetup, 0UL), 0);
+  for (const int word : {0, 1, 2, 3}) {
+    std::uint32_t wrong[] = {0, 36897, 1, 0};
+    ++wrong[word];
+    EXPECT_EQ(ioctl(fileno(tunnel), spectral::kTunnelSetup, wrong), -1) << word;
+  }
+  EXPECT_EQ(ioctl(fileno(tunnel), spectral::kTunnelSetup, flicker), 0);
+  char bytes[188];
+  const std::int64_t start_ns = phone.clock().now_ns();
+  std::setvbuf(tunnel, nullptr, _IONBF, 0);
+  EXPECT_EQ(std::fread(bytes, 1, sizeof bytes, tunnel), sizeof bytes);
+  EXPECT_EQ(phone.clock().now_ns() - start_ns, 10 * spectralsim::kNsPerMs);
+  EXPECT_EQ(std::memcmp(bytes, "EMOR", 4), 0);
+  phone.hub().at_once(true);
+  EXPECT_EQ(std::fread(bytes, 1, sizeof bytes, tunnel), sizeof bytes);
+  EXPECT_EQ(phone.clock().now_ns() - start_ns, 10 * spectralsim::kNsPerMs);
+  std::fclose(tunnel);
+  EXPECT_EQ(phone.open_descriptors(), 0);
+}
+
 TEST_F(SimulatedKernel, FaultsStrikeTheAccessTheyName) {
   phone.chip().power(true);
   const int fd = open(spectral::kWriteBytePath, O_WRONLY);
@@ -331,10 +358,27 @@ TEST(SimulatedScene, ComesByNameOrAsJson) {
   EXPECT_EQ(ramp.mean(0, 300, 400), 10.0);
 }
 
+TEST(SimulatedScene, FlickersAroundItsMean) {
+  const Scene scene = Scene::from_json(
+      R"({"light": [1, 1, 1, 1, 1, 1],
+          "flicker": [{"wave": "mains", "hz": 100, "share": 0.5},
+                      {"wave": "pwm", "hz": 300, "duty": 0.25, "share": 0.3}]})");
+  EXPECT_NEAR(scene.modulation(0, 10), 1.0, 1e-9);
+  EXPECT_NEAR(scene.modulation(0, 1e-6), 0.2 + 0.3 * 4, 1e-3) << "mains at its lowest, PWM on";
+  EXPECT_NEAR(scene.modulation(0.005, 0.005 + 1e-6), 0.2 + 0.5 * std::acos(-1.0) / 2, 1e-3);
+  EXPECT_EQ(scene.strongest_hz(), 300);
+  EXPECT_EQ(Scene::named("daylight").strongest_hz(), 0);
+  EXPECT_EQ(Scene::named("candle").strongest_hz(), 0) << "too slow for the detector";
+}
+
 TEST(SimulatedScene, SaysWhatIsWrongWithBadInput) {
   for (const char* bad : {"", "[]", "{}", "{\"light\": [1]}", "{\"light\": [1,2,3,4,5,-6]}",
                           "{\"light\": [1,2,3,4,5,\"6\"]}", "{\"points\": []}",
                           "{\"points\": [{\"light\": [1,2,3,4,5,6]}]}",
+                          R"({"light": [1,2,3,4,5,6], "flicker": [{"wave": "sine"}]})",
+                          R"({"light": [1,2,3,4,5,6], "flicker": [{"wave": "pwm", "duty": 2}]})",
+                          R"({"light": [1,2,3,4,5,6], "flicker": [{"wave": "mains"},
+                                                                  {"wave": "candle"}]})",
                           R"({"points": [{"at_ms": 5, "light": [1,2,3,4,5,6]},
                                          {"at_ms": 1, "light": [1,2,3,4,5,6]}]})"}) {
     EXPECT_THROW(Scene::from_json(bad), std::invalid_argument) << bad;
