@@ -30,7 +30,7 @@ void bare_transform(benchmark::State& state) {
   const auto samples = lamp();
   std::vector<kiss_fft_cpx> spectrum(kSamples / 2 + 1);
   kiss_fftr_cfg transform = kiss_fftr_alloc(kSamples, 0, nullptr, nullptr);
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     kiss_fftr(transform, samples.data(), spectrum.data());
     benchmark::DoNotOptimize(spectrum.data());
   }
@@ -43,7 +43,7 @@ void flicker_process(benchmark::State& state) {
   float frequencies[3];
   float powers[3];
   void* analysis = FlickerCreate(nullptr, 0);
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     FlickerProcess(analysis, samples.data(), frequencies, powers);
     benchmark::DoNotOptimize(frequencies);
   }

@@ -49,7 +49,7 @@ void read_and_copy(benchmark::State& state) {
   Stream stream;
   static char bytes[65536];
   static char payloads[16384];
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     std::rewind(stream.file());
     std::size_t got = 0;
     while (got < stream.size()) got += std::fread(bytes + got, 1, kReadSize, stream.file());
@@ -70,7 +70,7 @@ void gather(benchmark::State& state) {
   dev.state = VD6281_STATE_IDLE;
   sensor.VD6281_QuilInit();
   dev.tun_dev = stream.file();
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     std::rewind(stream.file());
     dev.rd_len = 0;
     if (sensor.VD6281_GetFlickerDataBuffer(kCaptureMs) == nullptr) {

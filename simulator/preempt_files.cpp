@@ -9,8 +9,8 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <optional>
 
 #include "simulator/kernel.h"
@@ -33,11 +33,12 @@ std::optional<int> open_on_phone(const char* path) {
 }
 
 ssize_t read_stream(void* cookie, char* buffer, size_t size) {
-  return read(static_cast<int>(reinterpret_cast<std::intptr_t>(cookie)), buffer, size);
+  return read(*static_cast<const int*>(cookie), buffer, size);
 }
 
 int close_stream(void* cookie) {
-  return static_cast<int>(syscall(SYS_close, reinterpret_cast<std::intptr_t>(cookie)));
+  const std::unique_ptr<const int> fd(static_cast<const int*>(cookie));
+  return static_cast<int>(syscall(SYS_close, *fd));
 }
 
 // The C library reads its own streams by system calls that nobody can stand in front of, so the
@@ -46,8 +47,11 @@ FILE* stream_of(Kernel* kernel, int fd, const char* mode) {
   cookie_io_functions_t functions = {};
   functions.read = read_stream;
   functions.close = close_stream;
-  FILE* stream = fopencookie(reinterpret_cast<void*>(std::intptr_t{fd}), mode, functions);
-  if (stream != nullptr) kernel->add_stream(stream, fd);
+  auto cookie = std::make_unique<int>(fd);
+  FILE* stream = fopencookie(cookie.get(), mode, functions);
+  if (stream == nullptr) return nullptr;
+  cookie.release();
+  kernel->add_stream(stream, fd);
   return stream;
 }
 
