@@ -10,11 +10,17 @@ enum Spectral_Mode_t : std::uint32_t {
   SPECTRAL_MODE_FLICKER = 2,  // lamp flicker
 };
 
+// An ambient-light measurement of the layered path: VD6281_Mode_t's values.
+enum Spectral_AlsMode_t : std::uint32_t {
+  SPECTRAL_ALS_SINGLE_SHOT = 0,
+  SPECTRAL_ALS_SYNCHRONOUS = 1,
+};
+
 // How an ambient-light measurement is taken.
 struct ALSConfig {
   std::uint32_t exposureTime = 320000;  // integration time, microseconds
-  // Analogue gain per channel 0..5 as a plain factor (1.0 = unity); used by the layered path only,
-  // the device facade carries 1.0 in every configuration that it produces.
+  // Analogue gain per channel 0..5 as a plain factor (1.0 = unity); used by the layered service only,
+  // SpectralSensorDevice carries 1.0 in every configuration that it produces.
   float channelGain[6] = {1.0f, 1.0f, 1.0f, 1.0f, 1.0f, 1.0f};
   std::uint16_t gainCode[6] = {};  // analogue gain per channel 0..5, 8.8 fixed point (256 = 1.0)
 };
@@ -26,8 +32,8 @@ struct ALSResult {
   float exposureMs;          // integration time in force, milliseconds
   float gain;                // smallest gain in use, as a factor (1.0 = unity)
   std::uint8_t valid;        // 1 when value, exposureMs and gain hold a fresh measurement
-  std::uint64_t timestamp;   // nanoseconds since boot, taken before the capture started; 0 after an
-                             // auto-exposure capture of the device facade
+  std::uint64_t timestamp;   // nanoseconds since boot: SpectralSensor, the end of the capture;
+                             // SpectralSensorDevice, its start, 0 under auto-exposure
 };
 
 // One flicker measurement. A frequency of 0 is none; so is 0xFFFFFFFF, which is what the analysis's

@@ -50,7 +50,7 @@ FILE* stream_of(Kernel* kernel, int fd, const char* mode) {
   auto cookie = std::make_unique<int>(fd);
   FILE* stream = fopencookie(cookie.get(), mode, functions);
   if (stream == nullptr) return nullptr;
-  cookie.release();
+  static_cast<void>(cookie.release());  // close_stream frees it
   kernel->add_stream(stream, fd);
   return stream;
 }

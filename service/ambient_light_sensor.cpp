@@ -1,0 +1,90 @@
+#include "ambient_light_sensor.h"
+
+#include "driver/register_map.h"
+#include "driver/single_channel.h"
+#include "driver/status.h"
+#include "driver/truncate.h"
+#include "service/als_normalisation.h"
+#include "spectral_sensor_device.h"
+
+using spectral::kArgumentRefused;
+using spectral::kOk;
+
+namespace {
+
+constexpr char kTag[] = "ambient-light-sensor";
+constexpr float kHighestGain = 100.0f;
+constexpr float kUnityGain = 256.0f;
+constexpr std::uint16_t kUnityGainCode = 256;
+
+VD6281_Mode_t driver_mode(Spectral_AlsMode_t mode) { return static_cast<VD6281_Mode_t>(mode); }
+
+}  // namespace
+
+AmbientLightSensor::AmbientLightSensor() : m_device(SpectralSensorDevice::Create()) {}
+
+AmbientLightSensor::~AmbientLightSensor() = default;
+
+int AmbientLightSensor::Enable(bool enable, Spectral_AlsMode_t mode) {
+  return enable ? EnableAmbientLightSensor(mode) : DisableAmbientLightSensor(mode);
+}
+
+int AmbientLightSensor::EnableAmbientLightSensor(Spectral_AlsMode_t mode) {
+  return m_device->VD6281_Start(driver_mode(mode), static_cast<unsigned char>(m_channelMask));
+}
+
+int AmbientLightSensor::DisableAmbientLightSensor(Spectral_AlsMode_t mode) {
+  return m_device->VD6281_Stop(driver_mode(mode));
+}
+
+int AmbientLightSensor::GetAlsValues(const ALSConfig& config, ALSResult* result) {
+  if (result == nullptr) return kArgumentRefused;
+  VD6281_Als_t raw = {};
+  unsigned char ready = 0;
+  if (int status = m_device->VD6281_GetAlsValues(static_cast<unsigned char>(m_channelMask), &raw,
+                                                 &ready)) {
+    return status;
+  }
+  result->valid = ready != 0 ? 1 : 0;
+  return ready != 0 ? ConvertRawAlsValueToAlsResult(config, &raw, result) : kOk;
+}
+
+int AmbientLightSensor::ConvertRawAlsValueToAlsResult(const ALSConfig& config, VD6281_Als_t* raw,
+                                                      ALSResult* result) {
+  const float smallest = spectral::smallest_gain(raw->channels, config.channelGain, kHighestGain);
+  for (int n = 0; n < spectral::reg::kChannels; ++n) {
+    const float ratio = config.channelGain[n] / smallest;
+    raw->raw_count[n] = spectral::scale_count(raw->raw_count[n], ratio);
+    raw->count[n] = spectral::scale_count(raw->count[n], ratio);
+    result->value[n] = static_cast<float>(raw->raw_count[n]) * spectral::kUnitOfLastPlace;
+  }
+  result->channelMask = raw->channels;
+  result->exposureMs = static_cast<float>(config.exposureTime) / 1000.0f;
+  result->gain = smallest;
+  return kOk;
+}
+
+int AmbientLightSensor::SetExposureTime(unsigned int exposure, unsigned int* actual) {
+  return m_device->VD6281_SetExposureTime(exposure, actual);
+}
+
+int AmbientLightSensor::SetGain(unsigned int channel, float gain, float* actual) {
+  if (actual == nullptr) return kArgumentRefused;
+  if (IsValidSingleChannel(channel, m_channelMask) == 0) return kArgumentRefused;
+  const auto code = spectral::truncate_to<std::uint16_t>(gain * kUnityGain);
+  unsigned short applied = kUnityGainCode;
+  if (int status =
+          m_device->VD6281_SetGain(static_cast<VD6281_Channel_Id_t>(channel), code, &applied)) {
+    return status;
+  }
+  *actual = static_cast<float>(applied) * spectral::kUnitOfLastPlace;
+  return kOk;
+}
+
+int AmbientLightSensor::IsValidSingleChannel(unsigned int channel, unsigned int supported) {
+  return spectral::is_single_channel_of(channel, supported, kTag) ? 1 : 0;
+}
+
+int AmbientLightSensor::SetSamplingPeriod(unsigned int period, unsigned int* actual) {
+  return m_device->VD6281_SetInterMeasurementTime(period, actual);
+}
