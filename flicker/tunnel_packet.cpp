@@ -6,9 +6,11 @@ namespace spectral {
 
 namespace {
 
-// Whether the packet at the start of rd_buf has its whole header there and is longer than rd_buf.
+// Whether a packet at the start of rd_buf has its whole header there and is longer than rd_buf.
+// Bytes that are no packet are left to the parser.
 bool can_never_fit(const VD6281_device* dev) {
   if (dev->carry_len < static_cast<std::int32_t>(kPacketHeaderSize)) return false;
+  if (std::memcmp(dev->rd_buf, dev->magic, sizeof dev->magic) != 0) return false;
   const auto length = little_endian<std::uint16_t>(dev->rd_buf + packet_layout::kLength);
   return kPacketHeaderSize + length > sizeof dev->rd_buf;
 }
