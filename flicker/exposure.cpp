@@ -1,13 +1,11 @@
 // Starting the flicker measurement, with the gain searched or as it is, and stopping it.
 
-#include <chrono>
-
-#include "driver/detector_result.h"
 #include "driver/quantisation.h"
 #include "driver/register_access.h"
 #include "driver/register_map.h"
 #include "driver/state.h"
 #include "driver/status.h"
+#include "flicker/flicker_flow.h"
 #include "flicker/gain_search.h"
 #include "platform/log.h"
 #include "spectral_sensor_device.h"
@@ -21,8 +19,6 @@ using spectral::kOk;
 namespace {
 
 constexpr unsigned int kPedestal = 3;
-constexpr int kSaturationPolls = 13;
-constexpr auto kProbeTime = std::chrono::milliseconds(1);
 
 int start_engine(SpectralSensorDevice* sensor) {
   sensor->VD6281_SetFlickerOutputType(VD6281_FLICKER_OUTPUT_1);  // refused while flicker runs
@@ -65,15 +61,13 @@ class Trials {
  private:
   bool poll_saturation() {
     VD6281_device* dev = &SpectralSensorDevice::m_VD6281Device[0];
-    for (int i = 0; i < kSaturationPolls; ++i) {
-      if (m_sensor->m_flkEnableFlag.load(std::memory_order_relaxed) == 0) return false;
+    return spectral::poll_saturation(m_sensor, [this, dev](int* value) {
       // A read that fails leaves its byte as it was last.
       spectral::read_register(dev, reg::kFlickerDetector, &m_high);
       spectral::read_register(dev, reg::kFlickerDetector + 1, &m_low);
-      if (m_sensor->m_flk_ag_mtx.try_lock_for(kProbeTime)) m_sensor->m_flk_ag_mtx.unlock();
-      if ((m_high << 8 | m_low) >= spectral::kSaturated) return true;
-    }
-    return false;
+      *value = m_high << 8 | m_low;
+      return true;
+    });
   }
 
   SpectralSensorDevice* m_sensor;
@@ -102,18 +96,10 @@ int SpectralSensorDevice::StartExpFLK() {
   if (dev != nullptr && !spectral::flicker_runs(dev)) ac_mode_update(reg::kPedestalDisable, 0);
   VD6281_SetControl(VD6281_CONTROL_PEDESTAL_VALUE, kPedestal);
   const int status = start_engine(this);
-  if (status == kOk) {
-    m_flkGain = applied;
-    return kOk;
-  }
-  SPECTRAL_LOG_ERROR(kDriverTag, "%s: Cannot start FLK  %d, channel=0x%x", "StartExpFLK", status,
-                     m_flkChannelMask);
-  return kFailed;
+  if (status == kOk) m_flkGain = applied;
+  return spectral::answer_flicker_start(status, kDriverTag, m_flkChannelMask);
 }
 
 int SpectralSensorDevice::StopExpFLK() {
-  const int status = stop_engine(this);
-  if (status == kOk) return kOk;
-  SPECTRAL_LOG_ERROR(kDriverTag, "%s: Cannot stop FLK exposure  %d", "StopExpFLK", status);
-  return kFailed;
+  return spectral::answer_flicker_stop(stop_engine(this), kDriverTag);
 }

@@ -4,12 +4,10 @@
 
 #include "driver/register_access.h"
 #include "driver/status.h"
-#include "flicker/result_tracking.h"
-#include "platform/log.h"
+#include "flicker/flicker_flow.h"
 #include "spectral_sensor_device.h"
 
 using spectral::kDriverTag;
-using spectral::kFailed;
 using spectral::kOk;
 
 namespace {
@@ -26,11 +24,6 @@ int poll_detector(SpectralSensorDevice* sensor, VD6281_FlickerInfo_t* info, int 
   return status;
 }
 
-void log_read_failed(const char* operation, int status, std::uint32_t channel) {
-  SPECTRAL_LOG_ERROR(kDriverTag, "%s: FLK read failed, error code %d, channel=0x%x", operation,
-                     status, channel);
-}
-
 }  // namespace
 
 int SpectralSensorDevice::VD6281_GetFlickerFrequency_Ref(VD6281_FlickerInfo_t* info, int polls) {
@@ -41,33 +34,14 @@ int SpectralSensorDevice::VD6281_GetFlickerFrequency_Ref(VD6281_FlickerInfo_t* i
   info->channel = static_cast<std::uint8_t>(m_flkChannelMask);
   info->gain = m_flkGain;
   if (status != kOk) {
-    log_read_failed("VD6281_GetFlickerFrequency_Ref", status, m_flkChannelMask);
+    spectral::log_flicker_read_failed("VD6281_GetFlickerFrequency_Ref", status, kDriverTag,
+                                      m_flkChannelMask);
   }
   return status;
 }
 
 int SpectralSensorDevice::ReadFLK(FlickerResult* result) {
-  if (result == nullptr) return kFailed;
-  VD6281_FlickerInfo_t info = {};
-  info.frequency = 50;
-  info.confidence = 3;
-  const int status = poll_detector(this, &info, kMinPolls);
-  *result = {};
-  result->freq_a = spectral::kMains50Hz;
-  result->freq_b = spectral::kMains60Hz;
-  if (status != kOk) {
-    log_read_failed("ReadFLK", status, m_flkChannelMask);
-    return kFailed;
-  }
-  if (info.frequency == spectral::kMains60Hz) {
-    result->strength_b = info.confidence;
-  } else if (info.frequency == spectral::kMains50Hz) {
-    result->strength_a = info.confidence;
-  } else {
-    result->dominant_freq = info.frequency;
-    result->dominant_strength = info.confidence;
-  }
-  result->channel = info.channel;  // the detector's answer names neither
-  result->gain = static_cast<float>(info.gain);
-  return kOk;
+  return spectral::read_detector<VD6281_FlickerInfo_t>(
+      result, kDriverTag, m_flkChannelMask,
+      [this](VD6281_FlickerInfo_t* info) { return poll_detector(this, info, kMinPolls); });
 }

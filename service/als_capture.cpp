@@ -1,15 +1,13 @@
 // Taking one ambient-light measurement: configure, start, wait, read, stop.
 
 #include <algorithm>
-#include <chrono>
 #include <iterator>
-#include <thread>
 
 #include "driver/channel.h"
 #include "driver/register_access.h"
 #include "driver/state.h"
 #include "driver/status.h"
-#include "platform/log.h"
+#include "service/als_flow.h"
 #include "service/als_normalisation.h"
 #include "spectral_sensor_device.h"
 
@@ -24,8 +22,6 @@ using spectral::kRefusedAlsRunning;
 
 namespace {
 
-constexpr int kReadyPolls = 8192;
-constexpr auto kPollPause = std::chrono::milliseconds(1);
 constexpr float kHighestGainCode = 25600.0f;  // that auto-exposure gives
 
 // The first failure of exposure and gains, with what was applied in `working`.
@@ -73,63 +69,39 @@ int SpectralSensorDevice::StartExpALS() {
                  ? start_als(dev, m_alsChannelMask, VD6281_MODE_ALS_SINGLE_SHOT)
                  : kBadArgument;
   }
-  if (status == kOk) return kOk;
-  SPECTRAL_LOG_ERROR(kDriverTag, "%s: Cannot start ALS exposure  %d, channel=0x%x", "StartExpALS",
-                     status, m_alsChannelMask);
-  return kFailed;
+  return spectral::answer_start(status, kDriverTag, m_alsChannelMask);
 }
 
 int SpectralSensorDevice::StopExpALS() {
   VD6281_device* dev = get_active_device();
   const int status = dev != nullptr ? stop_als(dev, VD6281_MODE_ALS_SINGLE_SHOT) : kNoDevice;
-  if (status == kOk) return kOk;
-  SPECTRAL_LOG_ERROR(kDriverTag, "%s: Cannot stop ALS exposure  %d", "StopExpALS", status);
-  return kFailed;
+  return spectral::answer_stop(status, kDriverTag);
 }
 
 int SpectralSensorDevice::ConfigALS(const ALSConfig* config, ALSConfig* actual) {
   if (config == nullptr || actual == nullptr) return kFailed;
   ALSConfig working;
   const int status = configure(this, get_active_device(), *config, &working);
-  if (status == kOk) {
-    *actual = working;
-    return kOk;
-  }
-  SPECTRAL_LOG_ERROR(kDriverTag, "%s: Failed to config ALS %d,%u", "ConfigALS", status,
-                     config->exposureTime);
-  return kFailed;
+  if (status == kOk) *actual = working;
+  return spectral::answer_config(status, kDriverTag, config->exposureTime);
 }
 
 int SpectralSensorDevice::ReadALS(ALSResult* result, bool wait) {
   if (result == nullptr) return kFailed;
   result->valid = 0;
   VD6281_Als_t values = {};
-  unsigned char ready = 0;
-  int passes = wait ? kReadyPolls : 1;
-  for (; passes > 0; --passes) {
-    if (int status = VD6281_GetAlsValues(m_alsChannelMask, &values, &ready)) {
-      if (!wait) {
-        SPECTRAL_LOG_ERROR(kDriverTag, "%s: ALS read failed, error code %d, channel=0x%x",
-                           "ReadALS", status, m_alsChannelMask);
-      }
-      return kFailed;
-    }
-    if (ready != 0 || !wait) break;
-    std::this_thread::sleep_for(kPollPause);
-    if (m_alsEnableFlag.load(std::memory_order_relaxed) == 0) break;
-  }
-  if (ready != 1) return wait ? kOk : kFailed;  // a time-out or an abort is not an error
-  store_measurement(values, *this, result);
-  return kOk;
+  bool ready = false;
+  const int status = spectral::read_when_ready(
+      wait, m_alsEnableFlag, kDriverTag, m_alsChannelMask, &ready, [&](bool* is_ready) {
+        unsigned char flag = 0;
+        const int read = VD6281_GetAlsValues(m_alsChannelMask, &values, &flag);
+        *is_ready = flag == 1;
+        return read;
+      });
+  if (ready) store_measurement(values, *this, result);
+  return status;
 }
 
 int SpectralSensorDevice::CaptureALSDefault(SpectralSensorOutput* output) {
-  ALSConfig working;
-  if (ConfigALS(&m_alsConfig, &working) == kOk) {
-    m_alsConfig = working;
-    StartExpALS();
-  }
-  const int status = ReadALS(output != nullptr ? &output->als : nullptr, true);
-  StopExpALS();
-  return status;
+  return spectral::capture_default(this, output);
 }

@@ -41,8 +41,8 @@ int AmbientLightSensor::GetAlsValues(const ALSConfig& config, ALSResult* result)
   if (result == nullptr) return kArgumentRefused;
   VD6281_Als_t raw = {};
   unsigned char ready = 0;
-  if (int status = m_device->VD6281_GetAlsValues(static_cast<unsigned char>(m_channelMask), &raw,
-                                                 &ready)) {
+  if (int status =
+          m_device->VD6281_GetAlsValues(static_cast<unsigned char>(m_channelMask), &raw, &ready)) {
     return status;
   }
   result->valid = ready != 0 ? 1 : 0;

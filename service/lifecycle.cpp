@@ -5,10 +5,10 @@
 #include "driver/state.h"
 #include "driver/status.h"
 #include "platform/log.h"
+#include "service/clients.h"
 #include "spectral_sensor_device.h"
 
 namespace reg = spectral::reg;
-using spectral::kAlreadyUp;
 using spectral::kDriverTag;
 using spectral::kFailed;
 using spectral::kNoDevice;
@@ -67,52 +67,21 @@ SpectralSensorDevice* SpectralSensorDevice::Create() {
 }
 
 int SpectralSensorDevice::Init(int mode) {
-  const std::lock_guard<std::mutex> lock(m_init_mtx);
-  switch (mode) {
-    case SPECTRAL_MODE_ALS:
-      ++m_alsRefCount;
-      break;
-    case SPECTRAL_MODE_FLICKER:
-      ++m_flkRefCount;
-      break;
-    default:
-      return kAlreadyUp;
-  }
-  int result = kAlreadyUp;
-  if (m_flkRefCount + m_alsRefCount == 1) {
-    result = bring_up(this);
-    if (result != kOk) return result;
-  }
-  if (mode == SPECTRAL_MODE_FLICKER && m_flkRefCount == 1) {
-    result = LoadFlickerLibrary();
-    if (result == kFailed) {
-      UnloadFlickerLibrary();
-      SPECTRAL_LOG_ERROR(kDriverTag, "%s: Failed to load flicker library, error code %d", "Init",
-                         0);  // whatever the loader said
-      return kFailed;
-    }
-  }
-  if (result == kOk && m_calibrationValid == 0) PrepareCalibrationData();
-  return result;
+  return spectral::add_client(
+      this, mode, kDriverTag, [this] { return bring_up(this); }, [] { return kOk; });
 }
 
 void SpectralSensorDevice::Uninit(int mode) {
-  const std::lock_guard<std::mutex> lock(m_init_mtx);
-  VD6281_device* dev = get_active_device();
-  switch (mode) {
-    case SPECTRAL_MODE_ALS:
-      if (m_alsRefCount-- < 2 && dev != nullptr) stop_als(dev, VD6281_MODE_ALS_SINGLE_SHOT);
-      break;
-    case SPECTRAL_MODE_FLICKER:
-      if (m_flkRefCount-- < 2) {
-        if (dev != nullptr) stop_flicker(dev);
-        UnloadFlickerLibrary();
-      }
-      break;
-    default:
-      return;
-  }
-  if (m_flkRefCount + m_alsRefCount < 1) tear_down(this);
+  VD6281_device* dev = &m_VD6281Device[0];
+  spectral::remove_client(
+      this, mode,
+      [this, dev](int) {
+        if (dev->state != VD6281_STATE_NONE) stop_als(dev, VD6281_MODE_ALS_SINGLE_SHOT);
+      },
+      [this, dev](int) {
+        if (dev->state != VD6281_STATE_NONE) stop_flicker(dev);
+      },
+      [this] { tear_down(this); });
 }
 
 void SpectralSensorDevice::Destroy() {
@@ -130,10 +99,5 @@ int SpectralSensorDevice::ResetDevice() {
 }
 
 void SpectralSensorDevice::SetEnableFlag(int which, bool enable) {
-  if (which != SPECTRAL_MODE_ALS) {
-    m_flkEnableFlag.store(enable ? 1 : 0, std::memory_order_relaxed);
-    return;
-  }
-  m_alsEnableFlag.store(enable ? 1 : 0, std::memory_order_relaxed);
-  if (!enable) m_als_cv.notify_all();
+  spectral::set_enable_flag(this, which, enable);
 }

@@ -1,7 +1,7 @@
-// The single measurement entry of the service.
+// The single measurement entry of the device service.
 
 #include "driver/status.h"
-#include "flicker/result_tracking.h"
+#include "flicker/flicker_flow.h"
 #include "platform/android.h"
 #include "spectral_sensor_device.h"
 
@@ -12,14 +12,7 @@ int SpectralSensorDevice::Process(int mode, SpectralSensorOutput* output) {
       output->als.timestamp = static_cast<std::uint64_t>(android::elapsedRealtimeNano());
       return m_alsAeEnable != 0 ? CaptureALSAE(output) : CaptureALSDefault(output);
     case SPECTRAL_MODE_FLICKER:
-      m_flkResult = {};
-      m_flkResult.freq_a = spectral::kMains50Hz;
-      m_flkResult.freq_b = spectral::kMains60Hz;
-      FlickerCoreWrapper(&m_flkResult);
-      m_flkResult.valid = 1;
-      m_flkResult.timestamp_ns = m_flkCaptureTimeNs;
-      output->flicker = m_flkResult;
-      return spectral::kOk;
+      return spectral::process_flicker(this, output, [this] { return m_flkCaptureTimeNs; });
     default:
       return spectral::kFailed;
   }

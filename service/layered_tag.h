@@ -1,0 +1,7 @@
+#pragma once
+
+namespace spectral {
+
+constexpr char kLayeredTag[] = "ilsservice-driver";
+
+}  // namespace spectral
