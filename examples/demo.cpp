@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "simulator/phone.h"
-#include "spectral_sensor_device.h"
+#include "spectral_sensor.h"
 
 namespace {
 
@@ -24,14 +24,21 @@ const std::vector<std::string> kLamps = {"mains-50hz", "mains-60hz", "pwm-300hz"
                                          "daylight"};
 constexpr int kFlickerMeasurements = 3;
 
+// The driver under a service, and what its unit of flicker gain is as a factor.
+SpectralSensorDevice* driver_of(SpectralSensorDevice* sensor) { return sensor; }
+SpectralSensorDevice* driver_of(SpectralSensor* sensor) { return sensor->m_device; }
+float gain_unit(const SpectralSensorDevice*) { return 1.0f / 256; }
+float gain_unit(const SpectralSensor*) { return 1.0f; }
+
+template <typename Service>
 class Demo {
  public:
   Demo() {
     m_phone.model(kModel).factory_file(kFactoryFile);
     m_phone.chip().otp(spectralsim::Otp().version(6).color_map(2).uid_bits(0x0B5E77E1C0FFEE));
-    m_sensor = SpectralSensorDevice::Create();
+    m_sensor = Service::Create();
   }
-  ~Demo() { SpectralSensorDevice::Destroy(); }
+  ~Demo() { Service::Destroy(); }
   Demo(const Demo&) = delete;
   Demo& operator=(const Demo&) = delete;
 
@@ -59,8 +66,8 @@ class Demo {
     unsigned char id = 0;
     unsigned char revision = 0;
     char* uid = nullptr;
-    m_sensor->VD6281_GetProductVersion(&id, &revision);
-    m_sensor->VD6281_GetUid(&uid);
+    driver_of(m_sensor)->VD6281_GetProductVersion(&id, &revision);
+    driver_of(m_sensor)->VD6281_GetUid(&uid);
     std::printf("Chip 0x%02X, revision 0x%02X (cut %s), unit %s, on a \"%s\" phone, %s\n", id,
                 revision, cut_of(revision), uid, kModel,
                 m_sensor->m_calibrationValid != 0 ? "calibrated" : "not calibrated");
@@ -110,7 +117,7 @@ class Demo {
   void print_flicker(int number, const FlickerResult& flicker) {
     int channel = 0;
     while ((1 << channel) < flicker.channel) ++channel;
-    std::printf("  %11d  %7d  %5.2f  %8u  %8u", number, channel, flicker.gain / 256,
+    std::printf("  %11d  %7d  %5.2f  %8u  %8u", number, channel, flicker.gain * gain_unit(m_sensor),
                 flicker.strength_a, flicker.strength_b);
     print_frequency(flicker.dominant_freq, flicker.dominant_strength);
     print_frequency(flicker.secondary_freq, flicker.secondary_strength);
@@ -138,14 +145,15 @@ class Demo {
 
   static bool is_same(const ALSConfig& a, const ALSConfig& b) {
     return a.exposureTime == b.exposureTime &&
-           std::memcmp(a.gainCode, b.gainCode, sizeof a.gainCode) == 0;
+           std::memcmp(a.gainCode, b.gainCode, sizeof a.gainCode) == 0 &&
+           std::memcmp(a.channelGain, b.channelGain, sizeof a.channelGain) == 0;
   }
 
   void print_capture(int number, const ALSResult& als) {
     std::printf("  %7d  %8.1f", number, als.exposureMs);
     unsigned short gain = 0;
     for (const int n : {0, 1, 3, 4}) {
-      m_sensor->VD6281_GetGain(static_cast<VD6281_Channel_Id_t>(1 << n), &gain);
+      driver_of(m_sensor)->VD6281_GetGain(static_cast<VD6281_Channel_Id_t>(1 << n), &gain);
       std::printf(" %5.2f", gain / 256.0);
     }
     std::printf(" ");
@@ -154,14 +162,21 @@ class Demo {
   }
 
   spectralsim::Phone m_phone;
-  SpectralSensorDevice* m_sensor = nullptr;
+  Service* m_sensor = nullptr;
 };
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  const bool layered = argc == 2 && std::strcmp(argv[1], "--layered") == 0;
+  if (argc > 1 && !layered) {
+    std::fprintf(stderr, "usage: demo [--layered]\n");
+    return 2;
+  }
   try {
-    if (Demo().show_all()) return EXIT_SUCCESS;
+    if (layered ? Demo<SpectralSensor>().show_all() : Demo<SpectralSensorDevice>().show_all()) {
+      return EXIT_SUCCESS;
+    }
     std::fprintf(stderr, "demo: the sensor failed; the log above says where\n");
   } catch (const std::exception& error) {
     std::fprintf(stderr, "demo: %s\n", error.what());

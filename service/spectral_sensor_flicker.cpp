@@ -91,7 +91,7 @@ int SpectralSensor::StopExpFLK() {
 int SpectralSensor::ReadFLKData(int len_ms, unsigned char* out) {
   const std::lock_guard<std::mutex> lock(m_flk_data_mtx);
   // More than a capture can be is refused below; as many bytes it would not fit an int.
-  const int payloads = std::min(len_ms / spectral::kMsPerPayload, kMostPayloads);
+  const int payloads = std::clamp(len_ms / spectral::kMsPerPayload, 0, kMostPayloads);
   const int size = payloads * static_cast<int>(spectral::kFlickerPayloadSize);
   return m_flicker->GetFlickerData(size, out) == kOk ? kOk : kFailed;
 }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstddef>
 
+#include "spectral_sensor.h"
 #include "tests/support/sensor_test.h"
 
 extern "C" {
@@ -89,6 +90,23 @@ TEST_F(Allocation, NoFlickerMeasurementDoesAnyButTheTunnelsBuffer) {
   EXPECT_EQ(allocations_of_a_capture(2), 0);
   sensor->SetEnableFlag(2, false);
   EXPECT_EQ(allocations_of_a_capture(2), 0);
+}
+
+TEST_F(Allocation, NorDoesTheLayeredService) {
+  SpectralSensor* layered = SpectralSensor::Create();
+  sensor->Uninit(2);
+  sensor->Uninit(1);
+  layered->Init(1);
+  layered->Init(2);
+  int before = g_allocations;
+  layered->Process(1, &output);
+  EXPECT_EQ(g_allocations - before, 0);
+  before = g_allocations;
+  layered->Process(2, &output);
+  EXPECT_EQ(g_allocations - before, 1) << "the tunnel's buffer";
+  layered->Uninit(2);
+  layered->Uninit(1);
+  SpectralSensor::Destroy();
 }
 
 }  // namespace
