@@ -42,20 +42,20 @@ class Trials {
  public:
   explicit Trials(SpectralSensorDevice* sensor) : m_sensor(sensor) {}
 
-  int errors() const { return m_errors; }
+  int errors() const { return m_errors.value(); }
 
   bool saturates(const spectral::GainChoice& choice) {
     std::uint16_t applied = 0;
     start(choice, &applied);
     const bool saturated = poll_saturation();
-    m_errors += stop_engine(m_sensor);
+    m_errors.add(stop_engine(m_sensor));
     return saturated;
   }
 
   void start(const spectral::GainChoice& choice, std::uint16_t* applied) {
     m_sensor->m_flkChannelMask = choice.channel;
-    m_errors += set_gain(m_sensor, spectral::kGainQ8[choice.index], applied);
-    m_errors += start_engine(m_sensor);
+    m_errors.add(set_gain(m_sensor, spectral::kGainQ8[choice.index], applied));
+    m_errors.add(start_engine(m_sensor));
   }
 
  private:
@@ -71,7 +71,7 @@ class Trials {
   }
 
   SpectralSensorDevice* m_sensor;
-  int m_errors = 0;
+  spectral::ErrorSum m_errors;
   std::uint8_t m_high = 0;
   std::uint8_t m_low = 0;
 };

@@ -23,6 +23,16 @@ struct GainChoice {
   int index;  // of the ladder
 };
 
+// The sum of the trials' results; it wraps rather than overflows, whatever a driver returns.
+class ErrorSum {
+ public:
+  void add(int status) { m_sum += static_cast<std::uint32_t>(status); }
+  int value() const { return static_cast<int>(m_sum); }
+
+ private:
+  std::uint32_t m_sum = 0;
+};
+
 // `saturates(GainChoice)` runs one trial.
 template <typename Trial>
 GainChoice search_gain(Trial saturates) {

@@ -30,7 +30,7 @@ class Trials {
  public:
   explicit Trials(SpectralSensor* sensor) : m_sensor(sensor) {}
 
-  int errors() const { return m_errors; }
+  int errors() const { return m_errors.value(); }
 
   bool saturates(const spectral::GainChoice& choice) {
     float applied = 0.0f;
@@ -38,11 +38,11 @@ class Trials {
     const bool saturated = spectral::poll_saturation(m_sensor, [this](int* value) {
       unsigned short counter = 0;
       const int status = m_sensor->m_flicker->GetSaturationValue(&counter);
-      m_errors += status;
+      m_errors.add(status);
       *value = counter;
       return status == kOk;
     });
-    m_errors += m_sensor->m_flicker->Enable(false);
+    m_errors.add(m_sensor->m_flicker->Enable(false));
     return saturated;
   }
 
@@ -50,15 +50,15 @@ class Trials {
   void start(const spectral::GainChoice& choice, float* applied) {
     FlickerSensor* flicker = m_sensor->m_flicker;
     m_sensor->m_flkChannelMask = choice.channel;
-    m_errors += flicker->SetFlickerChannelMask(choice.channel);
-    m_errors += flicker->SetGain(
-        choice.channel, static_cast<float>(spectral::kGainQ8[choice.index]) / kUnityGain, applied);
-    m_errors += flicker->Enable(true);
+    m_errors.add(flicker->SetFlickerChannelMask(choice.channel));
+    m_errors.add(flicker->SetGain(
+        choice.channel, static_cast<float>(spectral::kGainQ8[choice.index]) / kUnityGain, applied));
+    m_errors.add(flicker->Enable(true));
   }
 
  private:
   SpectralSensor* m_sensor;
-  int m_errors = 0;
+  spectral::ErrorSum m_errors;
 };
 
 }  // namespace

@@ -17,7 +17,8 @@ TEST_F(ExposureGain, RoundsTheExposureToTheChipsSteps) {
     EXPECT_EQ(sensor->VD6281_SetExposureTime(wanted, &applied), 0);
     EXPECT_EQ(applied, taken) << wanted;
     EXPECT_EQ(dev().exposure, taken);
-    EXPECT_EQ((phone.chip().peek(0x1D) << 8 | phone.chip().peek(0x1E)) * 1600u, taken);
+    const int count = phone.chip().peek(0x1D) << 8 | phone.chip().peek(0x1E);
+    EXPECT_EQ(static_cast<unsigned int>(count) * 1600u, taken);
   }
   EXPECT_THAT(events_of([&] { sensor->set_exposure(&dev(), 409600, 0); }),
               ElementsAre("write 1e=00", "write 1d=01"));
