@@ -1,8 +1,8 @@
 #pragma once
 
 // SpectralSensor: the layered sensor service. The same operations as the service half of
-// SpectralSensorDevice, one layer higher: it owns an AmbientLightSensor and a FlickerSensor and reaches
-// the driver only through them, with gains as plain factors. Messages go to the log under
+// SpectralSensorDevice, one layer higher: it owns an AmbientLightSensor and a FlickerSensor and
+// reaches the driver only through them, with gains as plain factors. Messages go to the log under
 // "ilsservice-driver".
 //
 //   SpectralSensor* sensor = SpectralSensor::Create();
@@ -13,8 +13,8 @@
 //   SpectralSensor::Destroy();
 //
 // Operations answer 0, -17 (already initialised) or -22 (failed, logged) as those of
-// SpectralSensorDevice do; only what differs is said here. Create and Destroy are not locked: they must
-// not be called concurrently.
+// SpectralSensorDevice do; only what differs is said here. Create and Destroy are not locked: they
+// must not be called concurrently.
 
 #include <condition_variable>
 #include <cstdint>

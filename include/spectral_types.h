@@ -19,8 +19,8 @@ enum Spectral_AlsMode_t : std::uint32_t {
 // How an ambient-light measurement is taken.
 struct ALSConfig {
   std::uint32_t exposureTime = 320000;  // integration time, microseconds
-  // Analogue gain per channel 0..5 as a plain factor (1.0 = unity); used by the layered service only,
-  // SpectralSensorDevice carries 1.0 in every configuration that it produces.
+  // Analogue gain per channel 0..5 as a plain factor (1.0 = unity); used by the layered service
+  // only, SpectralSensorDevice carries 1.0 in every configuration that it produces.
   float channelGain[6] = {1.0f, 1.0f, 1.0f, 1.0f, 1.0f, 1.0f};
   std::uint16_t gainCode[6] = {};  // analogue gain per channel 0..5, 8.8 fixed point (256 = 1.0)
 };
