@@ -1,10 +1,12 @@
 // Shows libspectralsensor reading light on the simulated phone: for each scene the captures until
 // the auto-exposure has settled.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -145,8 +147,8 @@ class Demo {
 
   static bool is_same(const ALSConfig& a, const ALSConfig& b) {
     return a.exposureTime == b.exposureTime &&
-           std::memcmp(a.gainCode, b.gainCode, sizeof a.gainCode) == 0 &&
-           std::memcmp(a.channelGain, b.channelGain, sizeof a.channelGain) == 0;
+           std::equal(std::begin(a.gainCode), std::end(a.gainCode), b.gainCode) &&
+           std::equal(std::begin(a.channelGain), std::end(a.channelGain), b.channelGain);
   }
 
   void print_capture(int number, const ALSResult& als) {

@@ -23,13 +23,13 @@ need() {
   DEBIAN_FRONTEND=noninteractive as_root apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# Configures and builds a folder, quietly unless something goes wrong: build FOLDER [CMake options].
+# Configures and builds a preset, quietly unless something goes wrong: build PRESET [CMake options].
 build() {
-  local folder=$1 log
+  local preset=$1 log
   shift
   log=$(mktemp)
-  echo "Building in $folder"
-  if ! { cmake -S . -B "$folder" -G Ninja "$@" && cmake --build "$folder"; } >"$log" 2>&1; then
+  echo "Building the $preset preset"
+  if ! { cmake --preset "$preset" "$@" && cmake --build --preset "$preset"; } >"$log" 2>&1; then
     cat "$log"
     rm -f "$log"
     return 1

@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs the library into an empty folder and builds the README's program against it, by CMake's
+# find_package and by pkg-config. Takes the build folder, the source folder and the compiler.
+set -euo pipefail
+build=$1 source=$2 compiler=$3
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+
+cmake --install "$build" --prefix "$folder/prefix" >"$folder/log" || { cat "$folder/log"; exit 1; }
+
+# The README's program is the example's.
+sed -n '/^```cpp$/,/^```$/p' "$source/README.md" | sed '1d;$d' >"$folder/first_reading.cpp"
+diff "$folder/first_reading.cpp" "$source/examples/first_reading.cpp"
+
+cat >"$folder/CMakeLists.txt" <<'TEXT'
+cmake_minimum_required(VERSION 3.22)
+project(user LANGUAGES CXX)
+find_package(spectralsensor 0.20 REQUIRED)
+add_executable(by_cmake first_reading.cpp)
+target_link_libraries(by_cmake PRIVATE spectralsensor::spectralsensor)
+TEXT
+cmake -S "$folder" -B "$folder/build" -DCMAKE_PREFIX_PATH="$folder/prefix" -DCMAKE_CXX_COMPILER="$compiler" >"$folder/log"
+cmake --build "$folder/build" >>"$folder/log" || { cat "$folder/log"; exit 1; }
+
+PKG_CONFIG_PATH=$(dirname "$(find "$folder/prefix" -name spectralsensor.pc)")
+export PKG_CONFIG_PATH
+libdir=$(pkg-config --variable=libdir spectralsensor)
+# shellcheck disable=SC2046
+"$compiler" -std=c++17 "$folder/first_reading.cpp" $(pkg-config --cflags --libs spectralsensor) -Wl,-rpath,"$libdir" -o "$folder/by_pkg_config"
+
+for program in "$folder/build/by_cmake" "$folder/by_pkg_config"; do
+  LD_PRELOAD="$build/libspectralsim.so" SPECTRALSIM_TIME=virtual "$program" | grep -q '^channel 0: '
+  ldd "$program" | grep -q "$folder/prefix/.*libspectralsensor.so" || { echo "$program does not use the installed library"; exit 1; }
+done
