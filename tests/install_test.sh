@@ -6,6 +6,11 @@ build=$1 source=$2 compiler=$3
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
+# Reads to the end, unlike grep -q, which would end its writer.
+has() {
+  grep -E "$1" >/dev/null
+}
+
 cmake --install "$build" --prefix "$folder/prefix" >"$folder/log" || { cat "$folder/log"; exit 1; }
 
 # The README's program is the example's.
@@ -29,6 +34,6 @@ libdir=$(pkg-config --variable=libdir spectralsensor)
 "$compiler" -std=c++17 "$folder/first_reading.cpp" $(pkg-config --cflags --libs spectralsensor) -Wl,-rpath,"$libdir" -o "$folder/by_pkg_config"
 
 for program in "$folder/build/by_cmake" "$folder/by_pkg_config"; do
-  LD_PRELOAD="$build/libspectralsim.so" SPECTRALSIM_TIME=virtual "$program" | grep -q '^channel 0: '
-  ldd "$program" | grep -q "$folder/prefix/.*libspectralsensor.so" || { echo "$program does not use the installed library"; exit 1; }
+  LD_PRELOAD="$build/libspectralsim.so" SPECTRALSIM_TIME=virtual "$program" | has '^channel 0: '
+  ldd "$program" | has "$folder/prefix/.*libspectralsensor.so" || { echo "$program does not use the installed library"; exit 1; }
 done
