@@ -3,7 +3,8 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-build_packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libkissfft-dev)
+build_packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libkissfft-dev
+  libcli11-dev)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils)
 clang_packages=(clang libclang-rt-dev)
 

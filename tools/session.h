@@ -1,0 +1,85 @@
+#pragma once
+
+// One use of the sensor: a client of one of the two services, from Init to Uninit.
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include "spectral_sensor.h"
+
+namespace spectralsensorctl {
+
+// What went wrong with the sensor, and what to try.
+class SensorError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Why the sensor does not come up, by the node that is at fault.
+std::string explain_failed_init();
+
+// Set by Ctrl-C, which also lets a running capture end.
+bool interrupted();
+
+inline SpectralSensorDevice* driver_of(SpectralSensorDevice* service) { return service; }
+inline SpectralSensorDevice* driver_of(SpectralSensor* service) { return service->m_device; }
+
+// A flicker result's gain as a factor.
+inline double flicker_gain(const SpectralSensorDevice*, float gain) { return gain / 256.0; }
+inline double flicker_gain(const SpectralSensor*, float gain) { return gain; }
+
+// Sends Ctrl-C to the service's enable flags; undone by the destructor.
+class InterruptGuard {
+ public:
+  using Stop = void (*)();
+  explicit InterruptGuard(Stop stop);
+  ~InterruptGuard();
+  InterruptGuard(const InterruptGuard&) = delete;
+  InterruptGuard& operator=(const InterruptGuard&) = delete;
+
+ private:
+  struct sigaction m_before = {};
+};
+
+// Lets both kinds of capture end; may run in a signal handler, as it only writes two atomic bytes.
+template <typename Service>
+void stop_captures() {
+  if (Service* service = Service::m_pInstance) {
+    service->m_alsEnableFlag.store(0, std::memory_order_relaxed);
+    service->m_flkEnableFlag.store(0, std::memory_order_relaxed);
+  }
+}
+
+template <typename Service>
+class Session {
+ public:
+  explicit Session(int mode)
+      : m_mode(mode), m_service(Service::Create()), m_guard(stop_captures<Service>) {
+    if (m_service->Init(mode) == 0) return;
+    m_service->Uninit(mode);
+    Service::Destroy();
+    throw SensorError(explain_failed_init());
+  }
+  ~Session() {
+    m_service->Uninit(m_mode);
+    Service::Destroy();
+  }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  Service* operator->() { return m_service; }
+  Service* service() { return m_service; }
+  SpectralSensorDevice* driver() { return driver_of(m_service); }
+
+ private:
+  int m_mode;
+  Service* m_service;
+  InterruptGuard m_guard;
+};
+
+}  // namespace spectralsensorctl
