@@ -5,7 +5,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 build_packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libkissfft-dev
   libcli11-dev)
-test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils
+  blueprint-tools)
 clang_packages=(clang libclang-rt-dev)
 
 as_root() {
