@@ -17,7 +17,6 @@ namespace {
 constexpr std::uint8_t kOsc2TrimMask = 0x0F;
 constexpr std::uint8_t kUnityGainCode = 0x0D;
 constexpr std::uint16_t kUnityGain = 256;
-constexpr unsigned int kDefaultPedestal = 3;
 
 constexpr RegisterWrite kClampSetUp[] = {
     {reg::kClampEnable, 0x01},
@@ -50,7 +49,7 @@ int SpectralSensorDevice::dev_configuration(VD6281_device* dev) {
   if (int status = clamp_enable(dev)) return status;
   if (int status = write_registers(dev, kAnalogueSetUp)) return status;
   if (int status = set_unity_gains(dev)) return status;
-  if (int status = set_pedestal_value(dev, kDefaultPedestal)) return status;
+  if (int status = set_pedestal_value(dev, reg::kUsualPedestal)) return status;
   if (!is_cut_2_2(dev)) return kOk;
   return write_register(dev, reg::kCut22Control, reg::kCut22Idle);
 }

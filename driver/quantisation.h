@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "driver/truncate.h"
+
 namespace spectral {
 
 // Exposure: a count of 1..1023 steps of 1.6 ms, nearest to the request, halves upward.
@@ -21,6 +23,15 @@ std::uint8_t period_count(std::uint32_t period_us);
 constexpr int kGains = 15;
 constexpr std::uint16_t kGainQ8[kGains] = {17067, 12800, 8532, 6400, 4267, 2560, 1827, 1280,
                                            852,   640,   427,  320,  256,  212,  181};
+
+// Between an 8.8 gain and the factor it stands for; a factor beyond the code's range saturates.
+constexpr float kUnitOfLastPlace = 0.00390625f;  // 1/256, of 8.8 gains and of 24-bit counts
+constexpr float gain_factor(std::uint16_t gain_q8) {
+  return static_cast<float>(gain_q8) * kUnitOfLastPlace;
+}
+constexpr std::uint16_t to_gain_q8(float factor) {
+  return truncate_to<std::uint16_t>(factor / kUnitOfLastPlace);
+}
 
 // Index of the gain nearest to the request; half-way the smaller gain.
 int gain_index(std::uint16_t gain_q8);

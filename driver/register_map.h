@@ -53,6 +53,7 @@ constexpr std::uint8_t kPedestalDisable = 0x40;  // clear = pedestal on
 
 constexpr std::uint8_t kPedestalValue = 0x32;
 constexpr std::uint8_t kPedestalMask = 0x07;
+constexpr std::uint8_t kUsualPedestal = 3;  // what every start sets
 
 constexpr std::uint8_t kFlickerDetector = 0x33;
 constexpr int kFlickerDetectorRegisters = 7;

@@ -21,7 +21,6 @@ struct AnalysisBinding {
 };
 
 constexpr char kAnalysisLibraryPath[] = "/vendor/lib64/libzelk_flicker.so";
-constexpr int kAnalysisSamples = 2000;
 constexpr int kAnalysisTones = 3;
 
 // Opens the library at `path`, resolves the entry points and makes the instance; one that is loaded

@@ -18,8 +18,6 @@ using spectral::kOk;
 
 namespace {
 
-constexpr unsigned int kPedestal = 3;
-
 int start_engine(SpectralSensorDevice* sensor) {
   sensor->VD6281_SetFlickerOutputType(VD6281_FLICKER_OUTPUT_1);  // refused while flicker runs
   return sensor->VD6281_Start(VD6281_MODE_FLICKER,
@@ -80,10 +78,7 @@ class Trials {
 
 int SpectralSensorDevice::StartExpFLK_AutoGain() {
   Trials trials(this);
-  const spectral::GainChoice choice = spectral::search_gain(
-      [&trials](const spectral::GainChoice& trial) { return trials.saturates(trial); });
-  trials.start(choice, &m_flkGain);
-  if (trials.errors() == 0) return kOk;
+  if (spectral::search_and_start(&trials, &m_flkGain) == 0) return kOk;
   SPECTRAL_LOG_ERROR(kDriverTag, "%s: Cannot start FLK  retVal=%d, channel=0x%x, gain=0x%x",
                      "StartExpFLK_AutoGain", trials.errors(), m_flkChannelMask, m_flkGain);
   return kFailed;
@@ -94,7 +89,7 @@ int SpectralSensorDevice::StartExpFLK() {
   set_gain(this, m_flkGain, &applied);
   const VD6281_device* dev = get_active_device();
   if (dev != nullptr && !spectral::flicker_runs(dev)) ac_mode_update(reg::kPedestalDisable, 0);
-  VD6281_SetControl(VD6281_CONTROL_PEDESTAL_VALUE, kPedestal);
+  VD6281_SetControl(VD6281_CONTROL_PEDESTAL_VALUE, reg::kUsualPedestal);
   const int status = start_engine(this);
   if (status == kOk) m_flkGain = applied;
   return spectral::answer_flicker_start(status, kDriverTag, m_flkChannelMask);

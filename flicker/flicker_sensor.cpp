@@ -4,10 +4,10 @@
 #include <cstring>
 #include <thread>
 
+#include "driver/quantisation.h"
 #include "driver/register_map.h"
 #include "driver/single_channel.h"
 #include "driver/status.h"
-#include "driver/truncate.h"
 #include "platform/log.h"
 #include "spectral_sensor_device.h"
 
@@ -23,7 +23,6 @@ constexpr int kBytesPerMsShift = 4;
 constexpr unsigned int kMaxPedestal = 7;
 constexpr auto kPollPause = std::chrono::milliseconds(10);
 constexpr auto kPollLimit = std::chrono::microseconds(2001000);
-constexpr float kUnityGain = 256.0f;
 
 std::chrono::microseconds since(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() -
@@ -141,13 +140,12 @@ int FlickerSensor::IsValidSingleChannel(unsigned int mask, unsigned int supporte
 int FlickerSensor::SetGain(unsigned int mask, float gain, float* applied) {
   if (applied == nullptr) return kArgumentRefused;
   if (IsValidSingleChannel(mask, m_channelMask) == 0) return kArgumentRefused;
-  const auto code = spectral::truncate_to<std::uint16_t>(gain * kUnityGain);
   unsigned short actual = 0;
-  if (int status =
-          m_device->VD6281_SetGain(static_cast<VD6281_Channel_Id_t>(mask), code, &actual)) {
+  if (int status = m_device->VD6281_SetGain(static_cast<VD6281_Channel_Id_t>(mask),
+                                            spectral::to_gain_q8(gain), &actual)) {
     return status;
   }
-  *applied = static_cast<float>(actual) / kUnityGain;
+  *applied = spectral::gain_factor(actual);
   return kOk;
 }
 

@@ -55,4 +55,14 @@ GainChoice search_gain(Trial saturates) {
   return choice;
 }
 
+// Searches by a facade's trials and leaves the measurement running at the gain found, which
+// `applied` gets. Returns the sum of all results.
+template <typename Trials, typename Gain>
+int search_and_start(Trials* trials, Gain* applied) {
+  const GainChoice choice =
+      search_gain([trials](const GainChoice& trial) { return trials->saturates(trial); });
+  trials->start(choice, applied);
+  return trials->errors();
+}
+
 }  // namespace spectral

@@ -209,7 +209,7 @@ bool route_streams(const VD6281_device* dev) {
     return false;
   }
   if (int status = stream(dev->tun_dev, spectral::kTunnelSetup, kFlickerStream)) {
-    // The hub's log readers know this failure under the VSYNC sensor's name.
+    // Logged as the VSYNC sensor's, as the route's failure is: keep it.
     SPECTRAL_LOG_ERROR(kDriverTag, "%s: ERROR Tunnel setup failed for VSYNC sensor %d", kName,
                        status);
     return false;

@@ -51,6 +51,9 @@ class SPECTRAL_EXPORT SpectralSensor {
   static void Destroy();
 
   int ResetDevice();
+
+  // As the device service's, with one limit: a flicker capture that reads the tunnel looks at the
+  // flag of the SpectralSensorDevice; this one acts in the gain search and around the capture.
   void SetEnableFlag(int which, bool enable);
 
   // ---- Ambient light -----------------------------------------------------------------------

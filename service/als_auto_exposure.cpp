@@ -3,18 +3,19 @@
 #include <algorithm>
 #include <iterator>
 
+#include "driver/quantisation.h"
 #include "driver/register_access.h"
-#include "driver/truncate.h"
 #include "service/als_flow.h"
 #include "spectral_sensor_device.h"
 
 namespace {
 
-constexpr float kGainOfCode1 = 1.0f / 256.0f;  // a reset really programs code 1, not unity
+constexpr float kGainOfCode1 =
+    spectral::gain_factor(1);  // a reset really programs code 1, not unity
 
 void set_gain_codes(ALSConfig* next, const float (&gains)[6]) {
   std::transform(std::begin(gains), std::end(gains), next->gainCode,
-                 [](float gain) { return spectral::truncate_to<std::uint16_t>(gain * 256.0f); });
+                 [](float gain) { return spectral::to_gain_q8(gain); });
 }
 
 }  // namespace

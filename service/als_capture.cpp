@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "driver/channel.h"
+#include "driver/quantisation.h"
 #include "driver/register_access.h"
 #include "driver/state.h"
 #include "driver/status.h"

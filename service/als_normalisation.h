@@ -6,8 +6,6 @@
 
 namespace spectral {
 
-constexpr float kUnitOfLastPlace = 0.00390625f;  // 1/256, of 8.8 gains and of counts
-
 // The smallest of `start` and the gains (six) of the channels in `delivered`.
 float smallest_gain(std::uint8_t delivered, const float* gain, float start);
 

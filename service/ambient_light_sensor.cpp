@@ -1,9 +1,9 @@
 #include "ambient_light_sensor.h"
 
+#include "driver/quantisation.h"
 #include "driver/register_map.h"
 #include "driver/single_channel.h"
 #include "driver/status.h"
-#include "driver/truncate.h"
 #include "service/als_normalisation.h"
 #include "spectral_sensor_device.h"
 
@@ -14,8 +14,6 @@ namespace {
 
 constexpr char kTag[] = "ambient-light-sensor";
 constexpr float kHighestGain = 100.0f;
-constexpr float kUnityGain = 256.0f;
-constexpr std::uint16_t kUnityGainCode = 256;
 
 VD6281_Mode_t driver_mode(Spectral_AlsMode_t mode) { return static_cast<VD6281_Mode_t>(mode); }
 
@@ -71,13 +69,12 @@ int AmbientLightSensor::SetExposureTime(unsigned int exposure, unsigned int* act
 int AmbientLightSensor::SetGain(unsigned int channel, float gain, float* actual) {
   if (actual == nullptr) return kArgumentRefused;
   if (IsValidSingleChannel(channel, m_channelMask) == 0) return kArgumentRefused;
-  const auto code = spectral::truncate_to<std::uint16_t>(gain * kUnityGain);
-  unsigned short applied = kUnityGainCode;
-  if (int status =
-          m_device->VD6281_SetGain(static_cast<VD6281_Channel_Id_t>(channel), code, &applied)) {
+  unsigned short applied = 0;
+  if (int status = m_device->VD6281_SetGain(static_cast<VD6281_Channel_Id_t>(channel),
+                                            spectral::to_gain_q8(gain), &applied)) {
     return status;
   }
-  *actual = static_cast<float>(applied) * spectral::kUnitOfLastPlace;
+  *actual = spectral::gain_factor(applied);
   return kOk;
 }
 

@@ -17,8 +17,6 @@ using spectral::kRefusedRunning;
 
 namespace {
 
-constexpr unsigned int kPedestal = 3;
-
 // Powers the sensor, brings it up and sets the pedestal.
 int bring_up(SpectralSensorDevice* sensor) {
   int status = sensor->VD6281_Enable(true);
@@ -41,7 +39,7 @@ int bring_up(SpectralSensorDevice* sensor) {
                        status);
     return kFailed;
   }
-  status = sensor->VD6281_SetControl(VD6281_CONTROL_PEDESTAL_VALUE, kPedestal);
+  status = sensor->VD6281_SetControl(VD6281_CONTROL_PEDESTAL_VALUE, reg::kUsualPedestal);
   if (status != kOk) {
     SPECTRAL_LOG_ERROR(kDriverTag, "%s:  Pedstal value setup failure error code=%d", "Init",
                        status);

@@ -2,6 +2,7 @@
 
 #include "spectral_sensor.h"
 
+#include "driver/register_map.h"
 #include "driver/status.h"
 #include "flicker/flicker_flow.h"
 #include "platform/android.h"
@@ -16,8 +17,6 @@ using spectral::kOk;
 SpectralSensor* SpectralSensor::m_pInstance = nullptr;
 
 namespace {
-
-constexpr unsigned char kPedestal = 3;
 
 // Switches the power and notes it.
 int switch_power(SpectralSensor* sensor, bool on) {
@@ -36,7 +35,7 @@ int bring_up(SpectralSensor* sensor) {
 }
 
 int set_pedestal(SpectralSensor* sensor) {
-  const int status = sensor->m_flicker->SetPedestal(kPedestal);
+  const int status = sensor->m_flicker->SetPedestal(spectral::reg::kUsualPedestal);
   if (status == kOk) return kOk;
   SPECTRAL_LOG_ERROR(kLayeredTag, "%s: Failed to set pedstal value, error code=%d", "Init", status);
   return kFailed;

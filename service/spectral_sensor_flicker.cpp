@@ -20,7 +20,6 @@ using spectral::kOk;
 
 namespace {
 
-constexpr float kUnityGain = 256.0f;
 constexpr int kMostPayloads =
     std::numeric_limits<int>::max() / static_cast<int>(spectral::kFlickerPayloadSize);
 
@@ -51,8 +50,8 @@ class Trials {
     FlickerSensor* flicker = m_sensor->m_flicker;
     m_sensor->m_flkChannelMask = choice.channel;
     m_errors.add(flicker->SetFlickerChannelMask(choice.channel));
-    m_errors.add(flicker->SetGain(
-        choice.channel, static_cast<float>(spectral::kGainQ8[choice.index]) / kUnityGain, applied));
+    m_errors.add(flicker->SetGain(choice.channel,
+                                  spectral::gain_factor(spectral::kGainQ8[choice.index]), applied));
     m_errors.add(flicker->Enable(true));
   }
 
@@ -65,10 +64,7 @@ class Trials {
 
 int SpectralSensor::StartExpFLK_AutoGain() {
   Trials trials(this);
-  const spectral::GainChoice choice = spectral::search_gain(
-      [&trials](const spectral::GainChoice& trial) { return trials.saturates(trial); });
-  trials.start(choice, &m_flkGain);
-  if (trials.errors() == 0) return kOk;
+  if (spectral::search_and_start(&trials, &m_flkGain) == 0) return kOk;
   SPECTRAL_LOG_ERROR(kLayeredTag, "%s: Cannot start FLK  retVal=%d, channel=0x%x, gain=%f",
                      "StartExpFLK_AutoGain", trials.errors(), m_flkChannelMask,
                      static_cast<double>(m_flkGain));

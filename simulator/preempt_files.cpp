@@ -73,8 +73,12 @@ Kernel* kernel_of(int fd) {
 
 bool takes_mode(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
 
-mode_t mode_behind(int flags, va_list arguments) {
-  return takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
+// Opens on the phone, or passes on: `pass(mode)`, with the mode that stands behind the flags.
+template <typename Pass>
+int open_or_pass(const char* path, int flags, va_list arguments, Pass pass) {
+  const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
+  const auto fd = open_on_phone(path);
+  return fd ? *fd : pass(mode);
 }
 
 }  // namespace
@@ -85,30 +89,30 @@ SIM_PREEMPTS int open(const char* path, int flags, ...) {
   static Next<int(const char*, int, ...)> next("open");
   va_list arguments;
   va_start(arguments, flags);
-  const mode_t mode = mode_behind(flags, arguments);
+  const int fd =
+      open_or_pass(path, flags, arguments, [&](mode_t mode) { return next(path, flags, mode); });
   va_end(arguments);
-  const auto fd = open_on_phone(path);
-  return fd ? *fd : next(path, flags, mode);
+  return fd;
 }
 
 SIM_PREEMPTS int open64(const char* path, int flags, ...) {
   static Next<int(const char*, int, ...)> next("open64");
   va_list arguments;
   va_start(arguments, flags);
-  const mode_t mode = mode_behind(flags, arguments);
+  const int fd =
+      open_or_pass(path, flags, arguments, [&](mode_t mode) { return next(path, flags, mode); });
   va_end(arguments);
-  const auto fd = open_on_phone(path);
-  return fd ? *fd : next(path, flags, mode);
+  return fd;
 }
 
 SIM_PREEMPTS int openat(int directory, const char* path, int flags, ...) {
   static Next<int(int, const char*, int, ...)> next("openat");
   va_list arguments;
   va_start(arguments, flags);
-  const mode_t mode = mode_behind(flags, arguments);
+  const int fd = open_or_pass(path, flags, arguments,
+                              [&](mode_t mode) { return next(directory, path, flags, mode); });
   va_end(arguments);
-  const auto fd = open_on_phone(path);
-  return fd ? *fd : next(directory, path, flags, mode);
+  return fd;
 }
 
 // What open and open64 become under _FORTIFY_SOURCE.

@@ -226,7 +226,7 @@ TEST_F(Layered, SumsTheErrorsOfItsGainSearch) {
   layered->Uninit(2);
 }
 
-// The same light through both services, one after the other on fresh phones' chips.
+// The same light through both services, one after the other.
 class BothServices : public Layered {
  protected:
   // What the registers see of a measurement.

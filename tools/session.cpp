@@ -29,8 +29,10 @@ InterruptGuard::InterruptGuard(Stop stop) {
 
 InterruptGuard::~InterruptGuard() {
   sigaction(SIGINT, &m_before, nullptr);
-  g_stop.store(nullptr);
+  disarm();
 }
+
+void InterruptGuard::disarm() { g_stop.store(nullptr); }
 
 std::string explain_failed_init() {
   for (const char* node : {spectral::kEnablePath, spectral::kReadBytePath, spectral::kWriteBytePath,

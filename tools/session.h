@@ -39,6 +39,8 @@ class InterruptGuard {
   using Stop = void (*)();
   explicit InterruptGuard(Stop stop);
   ~InterruptGuard();
+  // From here on Ctrl-C is noted only: the service is about to go.
+  void disarm();
   InterruptGuard(const InterruptGuard&) = delete;
   InterruptGuard& operator=(const InterruptGuard&) = delete;
 
@@ -46,12 +48,13 @@ class InterruptGuard {
   struct sigaction m_before = {};
 };
 
-// Lets both kinds of capture end; may run in a signal handler, as it only writes two atomic bytes.
+// Lets both kinds of capture end; may run in a signal handler, as it only writes atomic bytes.
 template <typename Service>
 void stop_captures() {
   if (Service* service = Service::m_pInstance) {
     service->m_alsEnableFlag.store(0, std::memory_order_relaxed);
     service->m_flkEnableFlag.store(0, std::memory_order_relaxed);
+    driver_of(service)->m_flkEnableFlag.store(0, std::memory_order_relaxed);  // of the tunnel
   }
 }
 
@@ -61,14 +64,10 @@ class Session {
   explicit Session(int mode)
       : m_mode(mode), m_service(Service::Create()), m_guard(stop_captures<Service>) {
     if (m_service->Init(mode) == 0) return;
-    m_service->Uninit(mode);
-    Service::Destroy();
+    close();
     throw SensorError(explain_failed_init());
   }
-  ~Session() {
-    m_service->Uninit(m_mode);
-    Service::Destroy();
-  }
+  ~Session() { close(); }
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
@@ -77,6 +76,12 @@ class Session {
   SpectralSensorDevice* driver() { return driver_of(m_service); }
 
  private:
+  void close() {
+    m_guard.disarm();
+    m_service->Uninit(m_mode);
+    Service::Destroy();
+  }
+
   int m_mode;
   Service* m_service;
   InterruptGuard m_guard;
