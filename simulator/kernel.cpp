@@ -184,6 +184,8 @@ long Kernel::serve_read(const Event& event, void* buffer, std::size_t size) {
   if (const Fault* fault = strike(Call::kRead, event.node, -1)) return fail_with(*fault);
   switch (event.node) {
     case Node::kFactoryFile:
+    case Node::kUnparsedFile:
+    case Node::kDumpFile:
       return syscall(SYS_read, event.fd, buffer, size);
     case Node::kTunnel:
       return serve_tunnel(buffer, size);

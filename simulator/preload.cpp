@@ -55,7 +55,10 @@ std::string content_of(const std::string& path) {
 
 void set_up(Phone* phone) {
   phone->scene(variable("SPECTRALSIM_SCENE", "office"));
-  phone->chip().cut(cut_named(variable("SPECTRALSIM_CUT", "2.2")));
+  // A usual unit: one whose OTP tells the colours.
+  phone->chip()
+      .cut(cut_named(variable("SPECTRALSIM_CUT", "2.2")))
+      .otp(Otp().version(6).color_map(2));
   phone->clock().set_virtual(is_virtual(variable("SPECTRALSIM_TIME", "real")));
   phone->keep_trace(!variable("SPECTRALSIM_TRACE").empty());
   if (variable("SPECTRALSIM_SENSOR") == "none") phone->remove_sensor();

@@ -1,15 +1,20 @@
 #include "tools/report.h"
 
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <vector>
+
+#include "tools/live.h"
 
 namespace spectralsensorctl {
 
 namespace {
 
 constexpr double kNsPerMs = 1e6;
+constexpr int kColumnsBesideTheBar = 38;
+constexpr double kFullScale = 65535.0;
+constexpr unsigned int kFirstRevision = 0xBA;  // of cut 2.0
 
 std::vector<int> channels_of(std::uint32_t mask) {
   std::vector<int> channels;
@@ -26,10 +31,18 @@ double tidy(float value) {
   return std::strtod(text, nullptr);
 }
 
-// Where the analysis finds no tone, its -1 or a 0 comes through.
-bool is_frequency(std::uint32_t hz) { return hz != 0 && hz != 0xFFFFFFFF; }
+template <typename... Arguments>
+std::string text_of(const char* pattern, Arguments... arguments) {
+  char text[256];
+  std::snprintf(text, sizeof text, pattern, arguments...);
+  return text;
+}
 
-nlohmann::json frequency(std::uint32_t hz, std::uint32_t strength) {
+void print_line(const nlohmann::ordered_json& object) {
+  std::printf("%s\n", object.dump().c_str());
+}
+
+nlohmann::ordered_json frequency(std::uint32_t hz, std::uint32_t strength) {
   if (!is_frequency(hz)) return nullptr;
   return {{"frequency_hz", hz}, {"strength", strength}};
 }
@@ -39,90 +52,168 @@ std::string frequency_text(std::uint32_t hz, std::uint32_t strength) {
   return std::to_string(hz) + " Hz (" + std::to_string(strength) + ")";
 }
 
+void print_als_json(int number, const AlsReading& reading) {
+  const ALSResult& als = reading.result;
+  nlohmann::ordered_json line = {{"number", number},
+                                 {"valid", als.valid != 0},
+                                 {"exposure_ms", tidy(als.exposureMs)},
+                                 {"smallest_gain", tidy(als.gain)},
+                                 {"timestamp_ns", als.timestamp}};
+  line["channels"] = nlohmann::json::array();
+  for (const int n : channels_of(als.channelMask)) {
+    line["channels"].push_back({{"channel", n},
+                                {"color", reading.color[n]},
+                                {"counts", tidy(als.value[n])},
+                                {"gain", reading.gain[n]}});
+  }
+  print_line(line);
+}
+
+void print_als_csv(int number, const AlsReading& reading) {
+  const ALSResult& als = reading.result;
+  std::printf("%d,%d,%llu,%g,%g", number, als.valid, static_cast<unsigned long long>(als.timestamp),
+              static_cast<double>(als.exposureMs), static_cast<double>(als.gain));
+  for (int n = 0; n < 6; ++n) {
+    const bool delivered = (als.channelMask >> n & 1) != 0;
+    if (delivered) std::printf(",%g,%g", reading.gain[n], tidy(als.value[n]));
+    if (!delivered) std::printf(",,");
+  }
+  std::printf("\n");
+}
+
+void print_info_json(const UnitInfo& unit) {
+  nlohmann::ordered_json line = {{"chip_id", unit.chip_id},
+                                 {"revision", unit.revision},
+                                 {"uid", unit.uid},
+                                 {"driver", text_of("%u.%u", unit.driver_major, unit.driver_minor)},
+                                 {"otp_oscillator_trim", unit.oscillator_trim},
+                                 {"otp_oscillator_2_trim", unit.oscillator_2_trim},
+                                 {"otp_color_map", unit.color_map},
+                                 {"otp_slope", unit.slope},
+                                 {"colors", unit.color},
+                                 {"phone_model", unit.phone_model},
+                                 {"calibrated", unit.calibrated}};
+  line["calibration_factor"] = nullptr;
+  if (unit.calibrated) line["calibration_factor"] = unit.calibration_factor;
+  print_line(line);
+}
+
 }  // namespace
+
+const char* color_name(VD6281_Color_Id_t color) {
+  static constexpr const char* kNames[] = {"clear", "red", "green", "blue", "infrared"};
+  const std::size_t index = color - VD6281_COLOR_CLEAR;
+  return index < std::size(kNames) ? kNames[index] : "unknown";
+}
+
+void print_info(Format format, const UnitInfo& unit) {
+  if (format == Format::kJson) {
+    print_info_json(unit);
+    return;
+  }
+  std::printf("chip           0x%02x, revision 0x%02x (cut 2.%u)\n", unit.chip_id, unit.revision,
+              unit.revision - kFirstRevision);
+  std::printf("unit           %s\n", unit.uid.c_str());
+  std::printf("driver         %u.%u\n", unit.driver_major, unit.driver_minor);
+  std::printf("OTP            oscillator trims 0x%03x and 0x%x, colour map %u\n",
+              unit.oscillator_trim, unit.oscillator_2_trim, unit.color_map);
+  std::printf("phone model    %u%s\n", unit.phone_model, unit.phone_model == 0 ? " (unknown)" : "");
+  std::printf("calibration    %s\n", unit.calibrated ? "from the factory file" : "none");
+  std::printf("channel        color     slope   calibration factor\n");
+  for (int n = 0; n < 6; ++n) {
+    std::printf("%7d        %-8s  %.3f   ", n, unit.color[n], unit.slope[n]);
+    std::printf("%s\n",
+                unit.calibrated ? text_of("%.4f", unit.calibration_factor[n]).c_str() : "-");
+  }
+}
 
 void print_als_head(Format format) {
   if (format == Format::kCsv) {
-    std::printf("number,valid,exposure_ms,smallest_gain");
-    for (int n = 0; n < 6; ++n) std::printf(",gain_%d,value_%d", n, n);
+    std::printf("number,valid,timestamp_ns,exposure_ms,smallest_gain");
+    for (int n = 0; n < 6; ++n) std::printf(",gain_%d,counts_%d", n, n);
     std::printf("\n");
   } else if (format == Format::kTable) {
-    std::printf("  #  exposure ms   value (gain) of each channel\n");
+    std::printf("  #  exposure ms   counts (gain) of each channel\n");
   }
 }
 
 void print_als(Format format, int number, const AlsReading& reading) {
+  if (format == Format::kJson) return print_als_json(number, reading);
+  if (format == Format::kCsv) return print_als_csv(number, reading);
   const ALSResult& als = reading.result;
-  const std::vector<int> channels = channels_of(als.channelMask);
-  if (format == Format::kJson) {
-    nlohmann::json line = {{"number", number},
-                           {"valid", als.valid != 0},
-                           {"exposure_ms", tidy(als.exposureMs)},
-                           {"smallest_gain", tidy(als.gain)},
-                           {"timestamp_ns", als.timestamp}};
-    line["channels"] = nlohmann::json::array();
-    for (const int n : channels) {
-      line["channels"].push_back(
-          {{"channel", n}, {"value", tidy(als.value[n])}, {"gain", reading.gain[n]}});
-    }
-    std::printf("%s\n", line.dump().c_str());
-    return;
-  }
-  if (format == Format::kCsv) {
-    std::printf("%d,%d,%g,%g", number, als.valid, static_cast<double>(als.exposureMs),
-                static_cast<double>(als.gain));
-    std::size_t next = 0;
-    for (int n = 0; n < 6; ++n) {
-      const bool delivered = next < channels.size() && channels[next] == n;
-      if (delivered) ++next;
-      if (delivered) std::printf(",%g,%g", reading.gain[n], static_cast<double>(als.value[n]));
-      if (!delivered) std::printf(",,");
-    }
-    std::printf("\n");
-    return;
-  }
   std::printf("%3d  %11.1f  ", number, static_cast<double>(als.exposureMs));
   if (als.valid == 0) std::printf(" no measurement");
-  for (const int n : channels)
+  for (const int n : channels_of(als.channelMask)) {
     std::printf("  %d: %9.2f (%.2f)", n, static_cast<double>(als.value[n]), reading.gain[n]);
+  }
   std::printf("\n");
+}
+
+std::string als_panel(const AlsReading& reading, int columns) {
+  const ALSResult& als = reading.result;
+  if (als.valid == 0) return "no measurement\n";
+  std::string text = text_of("exposure %.1f ms, counts at gain %.2f\n",
+                             static_cast<double>(als.exposureMs), static_cast<double>(als.gain));
+  text += "channel  color       gain     counts\n";
+  for (const int n : channels_of(als.channelMask)) {
+    const auto value = static_cast<double>(als.value[n]);
+    text += text_of("%7d  %-8s  %6.2f  %9.2f", n, reading.color[n], reading.gain[n], value);
+    if (columns > 0) text += "  " + bar(value, kFullScale, columns - kColumnsBesideTheBar);
+    text += "\n";
+  }
+  return text;
 }
 
 void print_flicker_head(Format format) {
   if (format == Format::kCsv) {
     std::printf(
-        "number,channel_mask,gain,strength_100_hz,strength_120_hz,dominant_hz,dominant_strength,"
-        "secondary_hz,secondary_strength\n");
+        "number,timestamp_ms,channel_mask,gain,strength_100_hz,strength_120_hz,dominant_hz,"
+        "dominant_strength,secondary_hz,secondary_strength\n");
   } else if (format == Format::kTable) {
     std::printf("  #  channel mask   gain    100 Hz    120 Hz   dominant, secondary (strength)\n");
   }
 }
 
 void print_flicker(Format format, int number, const FlickerResult& result, double gain) {
+  const double timestamp_ms = static_cast<double>(result.timestamp_ns) / kNsPerMs;
   if (format == Format::kJson) {
-    const nlohmann::json line = {
-        {"number", number},
-        {"channel_mask", result.channel},
-        {"gain", gain},
-        {"strength_100_hz", result.strength_a},
-        {"strength_120_hz", result.strength_b},
-        {"dominant", frequency(result.dominant_freq, result.dominant_strength)},
-        {"secondary", frequency(result.secondary_freq, result.secondary_strength)},
-        {"timestamp_ms", static_cast<double>(result.timestamp_ns) / kNsPerMs}};
-    std::printf("%s\n", line.dump().c_str());
+    print_line({{"number", number},
+                {"timestamp_ms", timestamp_ms},
+                {"channel_mask", result.channel},
+                {"gain", gain},
+                {"strength_100_hz", result.strength_a},
+                {"strength_120_hz", result.strength_b},
+                {"dominant", frequency(result.dominant_freq, result.dominant_strength)},
+                {"secondary", frequency(result.secondary_freq, result.secondary_strength)}});
     return;
   }
   if (format == Format::kCsv) {
     const auto hz = [](std::uint32_t value) { return is_frequency(value) ? value : 0; };
-    std::printf("%d,%u,%g,%u,%u,%u,%u,%u,%u\n", number, result.channel, gain, result.strength_a,
-                result.strength_b, hz(result.dominant_freq), result.dominant_strength,
-                hz(result.secondary_freq), result.secondary_strength);
+    std::printf("%d,%.3f,%u,%g,%u,%u,%u,%u,%u,%u\n", number, timestamp_ms, result.channel, gain,
+                result.strength_a, result.strength_b, hz(result.dominant_freq),
+                result.dominant_strength, hz(result.secondary_freq), result.secondary_strength);
     return;
   }
   std::printf("%3d          0x%02x  %5.2f  %8u  %8u   %s, %s\n", number, result.channel, gain,
               result.strength_a, result.strength_b,
               frequency_text(result.dominant_freq, result.dominant_strength).c_str(),
               frequency_text(result.secondary_freq, result.secondary_strength).c_str());
+}
+
+void print_detector_head(Format format) {
+  if (format == Format::kCsv) std::printf("number,frequency_hz,confidence\n");
+  if (format == Format::kTable) std::printf("  #  frequency  confidence\n");
+}
+
+void print_detector(Format format, int number, const VD6281_FlickerInfo_t& info) {
+  if (format == Format::kJson) {
+    print_line(
+        {{"number", number}, {"frequency_hz", info.frequency}, {"confidence", info.confidence}});
+  } else if (format == Format::kCsv) {
+    std::printf("%d,%u,%u\n", number, info.frequency, info.confidence);
+  } else {
+    std::printf("%3d  %6u Hz  %10u\n", number, info.frequency, info.confidence);
+  }
 }
 
 }  // namespace spectralsensorctl

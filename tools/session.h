@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 
@@ -20,10 +21,23 @@ class SensorError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Why the sensor does not come up, by the node that is at fault.
-std::string explain_failed_init();
+inline void require(int status, const std::string& what) {
+  if (status != 0) throw SensorError(what + " failed with status " + std::to_string(status));
+}
 
-// Set by Ctrl-C, which also lets a running capture end.
+// Why the sensor does not come up, by the node that is at fault.
+std::string explain_failed_init(int mode);
+
+// Why a node cannot be opened, and what to try; empty for one that can.
+std::string explain_node(const char* node, int flags);
+
+// Arguments that the sensor does not take.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Set by Ctrl-C, and by the signals of a closed terminal and of kill; a running capture ends too.
 bool interrupted();
 
 inline SpectralSensorDevice* driver_of(SpectralSensorDevice* service) { return service; }
@@ -33,19 +47,19 @@ inline SpectralSensorDevice* driver_of(SpectralSensor* service) { return service
 inline double flicker_gain(const SpectralSensorDevice*, float gain) { return gain / 256.0; }
 inline double flicker_gain(const SpectralSensor*, float gain) { return gain; }
 
-// Sends Ctrl-C to the service's enable flags; undone by the destructor.
+// Sends those signals to the service's enable flags; undone by the destructor.
 class InterruptGuard {
  public:
   using Stop = void (*)();
   explicit InterruptGuard(Stop stop);
   ~InterruptGuard();
-  // From here on Ctrl-C is noted only: the service is about to go.
+  // From here on a signal is noted only: the service is about to go.
   void disarm();
   InterruptGuard(const InterruptGuard&) = delete;
   InterruptGuard& operator=(const InterruptGuard&) = delete;
 
  private:
-  struct sigaction m_before = {};
+  struct sigaction m_before[3] = {};
 };
 
 // Lets both kinds of capture end; may run in a signal handler, as it only writes atomic bytes.
@@ -65,7 +79,7 @@ class Session {
       : m_mode(mode), m_service(Service::Create()), m_guard(stop_captures<Service>) {
     if (m_service->Init(mode) == 0) return;
     close();
-    throw SensorError(explain_failed_init());
+    throw SensorError(explain_failed_init(mode));
   }
   ~Session() { close(); }
   Session(const Session&) = delete;

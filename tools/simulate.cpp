@@ -27,7 +27,10 @@ std::filesystem::path find_simulator() {
 
 void run_simulated(char** argv, const std::string& scene) {
   const char* preloaded = std::getenv("LD_PRELOAD");
-  if (preloaded != nullptr && std::strstr(preloaded, kSimulator) != nullptr) return;
+  if (preloaded != nullptr && std::strstr(preloaded, kSimulator) != nullptr) {
+    unsetenv("LD_PRELOAD");  // what this program starts needs no phone
+    return;
+  }
   setenv("LD_PRELOAD", find_simulator().c_str(), 1);
   setenv("SPECTRALSIM_SCENE", scene.c_str(), 1);
   execv("/proc/self/exe", argv);

@@ -1,0 +1,154 @@
+#pragma once
+
+// What `flicker` and `tunnel dump` do.
+
+#include <fcntl.h>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "driver/nodes.h"
+#include "tools/files.h"
+#include "tools/report.h"
+#include "tools/session.h"
+#include "tools/tunnel_dump.h"
+#include "tools/waveform.h"
+
+namespace spectralsensorctl {
+
+constexpr int kConfirmations = 2;  // measurements until a flicker verdict is confirmed
+constexpr char kRawStreamPath[] = "/data/unparsed_flicker_data";
+
+struct FlickerOptions {
+  int count = 1;
+  bool watch = false;
+  bool detector = false;
+  std::string wav_path;
+  std::string plot_path;
+};
+
+struct DumpOptions {
+  unsigned int length_ms = 100;
+  std::string raw_path;
+};
+
+// Calls `show(number)`, which returns false when it was interrupted, as often as is asked.
+template <typename Show>
+void repeat(const FlickerOptions& options, Show show) {
+  for (int i = 1; (options.watch || i <= options.count) && !interrupted(); ++i) {
+    if (!show(i)) break;
+    std::fflush(stdout);
+  }
+}
+
+// One answer of the detector of a measurement that runs; nothing when interrupted.
+inline std::optional<VD6281_FlickerInfo_t> ask_detector(SpectralSensorDevice* driver) {
+  constexpr auto kPause = std::chrono::milliseconds(50);
+  constexpr int kPolls = 100;
+  VD6281_FlickerInfo_t info = {};
+  for (int i = 0; i < kPolls && info.confidence == 0 && !interrupted(); ++i) {
+    std::this_thread::sleep_for(kPause);
+    require(driver->VD6281_GetFlickerFrequency(&info), "reading the detector");
+  }
+  if (interrupted()) return std::nullopt;
+  if (info.valid == 0) throw SensorError("the detector has no answer: no regular flicker");
+  return info;
+}
+
+// A flicker measurement, from its start to its stop whichever way that comes.
+template <typename Service>
+class RunningFlicker {
+ public:
+  explicit RunningFlicker(Service* service) : m_service(service) {
+    require(service->StartExpFLK_AutoGain(), "starting the flicker measurement");
+  }
+  ~RunningFlicker() { m_service->StopExpFLK(); }
+  RunningFlicker(const RunningFlicker&) = delete;
+  RunningFlicker& operator=(const RunningFlicker&) = delete;
+
+ private:
+  Service* m_service;
+};
+
+template <typename Service>
+void watch_detector(Session<Service>* session, const FlickerOptions& options, Format format) {
+  std::fprintf(stderr, "Counting light periods, up to five seconds\n");
+  const RunningFlicker<Service> running(session->service());
+  print_detector_head(format);
+  repeat(options, [&](int number) {
+    const auto info = ask_detector(session->driver());
+    if (info) print_detector(format, number, *info);
+    return info.has_value();
+  });
+}
+
+inline void require_tunnel() {
+  if (std::string why = explain_node(spectral::kTunnelPath, O_RDONLY); !why.empty()) {
+    throw SensorError(why);
+  }
+}
+
+template <typename Service>
+void find_flicker(const FlickerOptions& options, Format format) {
+  for (const std::string& path : {options.wav_path, options.plot_path}) {
+    if (!path.empty()) check_writable(path);
+  }
+  Session<Service> session(SPECTRAL_MODE_FLICKER);
+  if (options.detector) return watch_detector(&session, options, format);
+  require_tunnel();
+  const auto measure = [&session](const char* why) {
+    std::fprintf(stderr, "Sampling the light for a second%s\n", why);
+    SpectralSensorOutput output{};
+    session->Process(SPECTRAL_MODE_FLICKER, &output);
+    return output.flicker;
+  };
+  for (int i = 1; !options.watch && i < kConfirmations && !interrupted(); ++i) measure("");
+  print_flicker_head(format);
+  std::optional<Waveform> last;
+  repeat(options, [&](int number) {
+    const FlickerResult verdict = measure(options.watch ? "" : ", to confirm");
+    if (interrupted()) return false;
+    print_flicker(format, number, verdict, flicker_gain(session.service(), verdict.gain));
+    const float* samples = session->m_flkSamples;
+    last = {{samples, samples + std::size(session->m_flkSamples)}, verdict};
+    return true;
+  });
+  if (last && !options.wav_path.empty()) save_wav(options.wav_path, *last);
+  if (last && !options.plot_path.empty()) plot(options.plot_path, *last);
+}
+
+// The raw stream of a capture, by way of the file that the driver dumps it to.
+template <typename Service>
+std::string capture_stream(Session<Service>* session, unsigned int length_ms) {
+  SpectralSensorDevice* driver = session->driver();
+  const RunningFlicker<Service> running(session->service());
+  require(driver->VD6281_QuilInit(), "preparing the tunnel");
+  require(driver->VD6281_QuilTunnelSetup(), "setting up the tunnel");
+  require(driver->VD6281_QuilResetRdBuf(), "preparing the tunnel");
+  const int dumped = driver->VD6281_QuilDumpFlickerDataToFile(length_ms);
+  require(driver->VD6281_QuilTunnelTerminate(), "closing the tunnel");
+  require(dumped, "dumping the tunnel");
+  return read_file(kRawStreamPath);
+}
+
+template <typename Service>
+void dump_tunnel(const DumpOptions& options, Format format) {
+  if (!options.raw_path.empty()) check_writable(options.raw_path);
+  Session<Service> session(SPECTRAL_MODE_FLICKER);
+  require_tunnel();
+  std::fprintf(stderr, "Reading the tunnel for %u ms\n", options.length_ms);
+  const std::string bytes = capture_stream(&session, options.length_ms);
+  if (bytes.empty()) throw SensorError(std::string(spectral::kTunnelPath) + " gave nothing");
+  if (!options.raw_path.empty()) write_file(options.raw_path, bytes);
+  const TunnelStream stream = parse_stream(bytes);
+  print_stream(format, stream);
+  if (stream.left_over > 0) {
+    std::fprintf(stderr, "%zu bytes at the end are no whole packet\n", stream.left_over);
+  }
+}
+
+}  // namespace spectralsensorctl

@@ -1,0 +1,43 @@
+# Bash completion of spectralsensorctl. Commands and options are those that its --help tells.
+
+_spectralsensorctl() {
+  local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
+  local tool=${COMP_WORDS[0]} word commands=() skip=0 i
+  # Bash takes --simulate=scene apart at the equals sign.
+  [ "$cur" != "=" ] || cur=
+  [ "$prev" != "=" ] || prev=${COMP_WORDS[COMP_CWORD - 2]}
+  for ((i = 1; i < COMP_CWORD; ++i)); do
+    word=${COMP_WORDS[i]}
+    case $word in
+      --facade | --count | --exposure-us | --gain | --channels | --save | --plot | --length-ms | --raw) skip=1 ;;
+      -* | =) [ "$word" != "=" ] || skip=1 ;;
+      *)
+        [ "$skip" = 1 ] || commands+=("$word")
+        skip=0
+        ;;
+    esac
+  done
+
+  local words
+  case $prev in
+    --facade) words="device layered" ;;
+    --simulate) words=$("$tool" scenes 2>/dev/null | cut -d' ' -f1) ;;
+    --save | --plot | --raw)
+      mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+      return
+      ;;
+    --count | --exposure-us | --gain | --channels | --length-ms) return ;;
+    *)
+      case "${commands[*]}" in
+        "control get" | "control set") words=$("$tool" control list 2>/dev/null | cut -d' ' -f1) ;;
+        *)
+          words=$("$tool" "${commands[@]}" --help 2>/dev/null | sed -n '
+            /^COMMANDS/,/^$/s/^    \([a-z][a-z]*\) .*/\1/p
+            /^OPTIONS/,/^[A-Z]/s/^    \(-[^ =[]*\).*/\1/p' | tr ',' '\n')
+          ;;
+      esac
+      ;;
+  esac
+  mapfile -t COMPREPLY < <(compgen -W "$words" -- "$cur")
+}
+complete -F _spectralsensorctl spectralsensorctl
