@@ -41,8 +41,8 @@ int close_stream(void* cookie) {
   return static_cast<int>(syscall(SYS_close, *fd));
 }
 
-// The C library reads its own streams by system calls that nobody can stand in front of, so the
-// tunnel's is one of ours.
+// The C library reads its own streams by system calls that nobody can stand in front of, so those
+// that the phone is read by are ours.
 FILE* stream_of(Kernel* kernel, int fd, const char* mode) {
   cookie_io_functions_t functions = {};
   functions.read = read_stream;
@@ -62,7 +62,8 @@ std::optional<FILE*> fopen_on_phone(const char* path, const char* mode) {
   const spectralsim::Inside inside;
   const int fd = kernel->open(node, mode[0] == 'w');
   if (fd < 0) return nullptr;
-  return node == Node::kTunnel ? stream_of(kernel, fd, mode) : fdopen(fd, mode);
+  const bool is_read = node == Node::kTunnel || node == Node::kFactoryFile;
+  return is_read ? stream_of(kernel, fd, mode) : fdopen(fd, mode);
 }
 
 // The kernel of the phone that this descriptor belongs to, or null.
