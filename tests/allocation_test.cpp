@@ -6,6 +6,9 @@
 #include "spectral_sensor.h"
 #include "tests/support/sensor_test.h"
 
+// For every library of the process.
+#define STANDS_FOR_LIBC __attribute__((visibility("default")))
+
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
@@ -25,17 +28,17 @@ void count_one() {
 
 extern "C" {
 
-void* malloc(std::size_t size) {
+STANDS_FOR_LIBC void* malloc(std::size_t size) {
   count_one();
   return __libc_malloc(size);
 }
 
-void* calloc(std::size_t count, std::size_t size) {
+STANDS_FOR_LIBC void* calloc(std::size_t count, std::size_t size) {
   count_one();
   return __libc_calloc(count, size);
 }
 
-void* realloc(void* old, std::size_t size) {
+STANDS_FOR_LIBC void* realloc(void* old, std::size_t size) {
   count_one();
   return __libc_realloc(old, size);
 }
