@@ -30,10 +30,12 @@ cmake --build "$folder/build" >>"$folder/log" || { cat "$folder/log"; exit 1; }
 PKG_CONFIG_PATH=$(dirname "$(find "$folder/prefix" -name spectralsensor.pc)")
 export PKG_CONFIG_PATH
 libdir=$(pkg-config --variable=libdir spectralsensor)
-# shellcheck disable=SC2046
-"$compiler" -std=c++17 "$folder/first_reading.cpp" $(pkg-config --cflags --libs spectralsensor) -Wl,-rpath,"$libdir" -o "$folder/by_pkg_config"
+# shellcheck disable=SC2046,SC2086
+"$compiler" ${CXXFLAGS-} -std=c++17 "$folder/first_reading.cpp" $(pkg-config --cflags --libs spectralsensor) -Wl,-rpath,"$libdir" -o "$folder/by_pkg_config"
 
 for program in "$folder/build/by_cmake" "$folder/by_pkg_config"; do
-  LD_PRELOAD="$build/libspectralsim.so" SPECTRALSIM_TIME=virtual "$program" | has '^channel 0: '
-  ldd "$program" | has "$folder/prefix/.*libspectralsensor.so" || { echo "$program does not use the installed library"; exit 1; }
+  # shellcheck disable=SC2086
+  LD_PRELOAD="$build/libspectralsim.so" SPECTRALSIM_TIME=virtual ${EMULATOR-} "$program" | has '^channel 0: '
+  # shellcheck disable=SC2086
+  LD_TRACE_LOADED_OBJECTS=1 ${EMULATOR-} "$program" | has "$folder/prefix/.*libspectralsensor.so" || { echo "$program does not use the installed library"; exit 1; }
 done
