@@ -12,8 +12,9 @@ fail() {
   echo "$1"
   exit 1
 }
+# shellcheck disable=SC2086
 run() {
-  env LD_PRELOAD="$build/libspectralsim.so" SPECTRALSIM_TIME=virtual SPECTRALHOST_LOG=error "$@" "$build/first_reading"
+  env LD_PRELOAD="$build/libspectralsim.so" SPECTRALSIM_TIME=virtual SPECTRALHOST_LOG=error "$@" ${EMULATOR-} "$build/first_reading"
 }
 
 run SPECTRALSIM_TRACE="$folder/trace" | has '^channel 0: [0-9.]+ at gain [0-9.]+$' || fail "no reading"

@@ -11,11 +11,28 @@ fail() {
   cat "$folder/out" "$folder/err"
   exit 1
 }
+# Sets `start` to what starts the tool for these arguments. An emulator cannot start a program again, as
+# --simulate does: there the simulator is preloaded from outside.
+how_to_start() {
+  local argument scene=
+  for argument; do
+    case $argument in
+      --simulate) scene=office ;;
+      --simulate=*) scene=${argument#*=} ;;
+    esac
+  done
+  # shellcheck disable=SC2206
+  start=(${EMULATOR-} "$tool")
+  if [ -n "${EMULATOR-}" ] && [ -n "$scene" ]; then
+    start=(env LD_PRELOAD="$(dirname "$tool")/libspectralsim.so" SPECTRALSIM_SCENE="$scene" "${start[@]}")
+  fi
+}
 # Runs the tool and expects an exit status and a text in its output: expect STATUS TEXT ARGUMENTS
 expect() {
   local wanted=$1 text=$2 status=0
   shift 2
-  "$tool" "$@" >"$folder/out" 2>"$folder/err" || status=$?
+  how_to_start "$@"
+  "${start[@]}" "$@" >"$folder/out" 2>"$folder/err" || status=$?
   [ "$status" = "$wanted" ] || fail "$*: exit status $status, not $wanted"
   cat "$folder/out" "$folder/err" >"$folder/both"
   [ -z "$text" ] || grep -E "$text" "$folder/both" >/dev/null || fail "$*: no \"$text\""
@@ -48,7 +65,8 @@ done
 
 # Ctrl-C ends a watch with the sensor powered down.
 export SPECTRALSIM_TIME=real SPECTRALSIM_TRACE="$folder/trace"
-"$tool" --simulate als --watch --no-auto-exposure --exposure-us 1600 >"$folder/out" 2>"$folder/err" &
+how_to_start --simulate
+"${start[@]}" --simulate als --watch --no-auto-exposure --exposure-us 1600 >"$folder/out" 2>"$folder/err" &
 for _ in $(seq 100); do
   [ "$(wc -l <"$folder/out")" -lt 3 ] || break
   sleep 0.02
