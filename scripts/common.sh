@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 build_packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libkissfft-dev
-  libcli11-dev)
+  libcli11-dev libsndfile1-dev gnuplot-nox)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils
   blueprint-tools)
 clang_packages=(clang libclang-rt-dev)

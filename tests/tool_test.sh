@@ -40,14 +40,30 @@ expect() {
 
 for facade in device layered; do
   expect 0 'cut 2\.2' --facade "$facade" --simulate info
-  expect 0 '^ +1 .* 4: +4[0-9]{4}\.' --facade "$facade" --simulate=office als
+  expect 0 '^  2 .* 4: +[0-9]+\.' --facade "$facade" --simulate=office als --count 2
   expect 0 '"dominant":\{"frequency_hz":270' --facade "$facade" --simulate=mixed flicker --json
   expect 0 '^0x00: 70 bc 02' --facade "$facade" --simulate registers read 0 3
 done
 expect 0 '"exposure_ms":80\.0,' --simulate als --no-auto-exposure --exposure-us 80000 --gain 2 --json
 [ "$(wc -l <"$folder/out")" = 1 ] || fail "more than the object"
 expect 0 '^2,1,' --simulate als --count 2 --csv
-expect 0 '^300 Hz, confidence 100$' --simulate=pwm-300hz flicker --detector
+expect 0 "^  1     300 Hz         100$" --simulate=pwm-300hz flicker --detector
+expect 0 '"frequency_hz":300,"confidence":100' --simulate=pwm-300hz flicker --detector --json
+expect 0 "calibration    none" --simulate info
+expect 0 '"chip_id":112,"revision":188' --simulate info --json
+expect 0 '^      4  clear +10\.00 +45[0-9]{3}\.[0-9]+$' --simulate=office als
+
+# What a measurement is kept as.
+expect 0 "270 Hz" --simulate=mixed flicker --plot "$folder/lamp.png" --save "$folder/lamp.wav"
+[ "$(head -c 4 "$folder/lamp.png" | tail -c 3)" = PNG ] || fail "no picture"
+[ "$(head -c 4 "$folder/lamp.wav")" = RIFF ] || fail "no sound"
+[ "$(stat -c %s "$folder/lamp.wav")" = 4044 ] || fail "not 2000 samples"
+expect 0 "" --simulate=mixed flicker --plot "$folder/lamp.gp"
+grep "dominant 270 Hz" "$folder/lamp.gp" >/dev/null || fail "the peak is not marked"
+expect 1 "cannot write .*nowhere/lamp.png: No such" --simulate flicker --plot "$folder/nowhere/lamp.png"
+expect 0 "^   1    0      0 +10000000 +0    160 +-?[0-9]+" --simulate tunnel dump --raw "$folder/stream"
+[ "$(head -c 4 "$folder/stream")" = EMOR ] || fail "no stream"
+expect 0 "^5,15,0,40000000,0,16$" --simulate tunnel dump --csv
 expect 0 '^pedestal-value +0\.\.7$' control list
 expect 0 '^3$' --simulate control get pedestal-value
 expect 0 '' --simulate control set sda-drive 20
@@ -55,8 +71,8 @@ expect 0 '^mains-50hz ' scenes
 
 expect 1 'iridel_enable: No such file or directory' info
 grep -- '--simulate' "$folder/err" >/dev/null || fail "no advice"
-expect 1 'sda-drive takes 4, 8' --simulate control set sda-drive 6
-expect 1 'no control "volume"' --simulate control get volume
+expect 2 'sda-drive takes 4, 8' --simulate control set sda-drive 6
+expect 2 'no control "volume"' --simulate control get volume
 expect 2 'no scene "disco"' --simulate=disco info
 for usage in '' 'fly' 'als --gain 1000' 'als --json --csv' 'registers read 256' '--facade other info'; do
   # shellcheck disable=SC2086
@@ -75,3 +91,10 @@ kill -INT $!
 wait $! || fail "Ctrl-C: exit status $?"
 grep 'write iridel_enable "0\\0"' "$folder/trace" >/dev/null || fail "still powered"
 tail -n 1 "$folder/trace" | grep 'close iridel_enable' >/dev/null || fail "not the last thing done"
+
+# On a terminal a watch draws itself again in its place, and gives the cursor back.
+unset SPECTRALSIM_TRACE
+how_to_start --simulate
+script -qefc "timeout --foreground -s INT 1 ${start[*]} --simulate als --watch --no-auto-exposure --exposure-us 100000" "$folder/typescript" >/dev/null </dev/null || true
+grep -aE $'^\033\\[7A\r\033\\[Jexposure ' "$folder/typescript" >/dev/null || fail "not drawn again"
+grep -aF $'\033[?7h\033[?25h' "$folder/typescript" >/dev/null || fail "no cursor left"

@@ -28,8 +28,8 @@ _spectralsensorctl() {
       ;;
     --count | --exposure-us | --gain | --channels | --length-ms) return ;;
     *)
-      case "${commands[*]}" in
-        "control get" | "control set") words=$("$tool" control list 2>/dev/null | cut -d' ' -f1) ;;
+      case "${commands[*]} $cur" in
+        "control get "[!-]* | "control set "[!-]* | "control get " | "control set ") words=$("$tool" control list 2>/dev/null | cut -d' ' -f1) ;;
         *)
           words=$("$tool" "${commands[@]}" --help 2>/dev/null | sed -n '
             /^COMMANDS/,/^$/s/^    \([a-z][a-z]*\) .*/\1/p

@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# The tool's manual page and its bash completion know every command and option that its --help tells.
+# Takes the tool's path and the source folder.
+set -euo pipefail
+program=$1 source=$2
+failed=0
+complain() {
+  echo "$1"
+  failed=1
+}
+spectralsensorctl() { ${EMULATOR-} "$program" "$@"; }
+
+# shellcheck source=/dev/null
+. "$source/tools/spectralsensorctl.bash"
+# What completes these words, the last of which is to be completed.
+completions() {
+  COMP_WORDS=("$@")
+  COMP_CWORD=$(($# - 1))
+  COMPREPLY=()
+  _spectralsensorctl
+  echo "${COMPREPLY[*]}"
+}
+expect() {
+  local wanted=$1 got
+  shift
+  got=$(completions spectralsensorctl "$@")
+  [ "$got" = "$wanted" ] || complain "\"$*\" completes to \"$got\""
+}
+
+# The page without its markup: options as "--name".
+page=$(sed -E 's/\\&//g; s/ , -/ , Fl -/g; s/Fl -/--/g; s/-- -/--/g' "$source/tools/spectralsensorctl.1")
+commands=("" info als flicker registers "registers read" "registers write" "registers dump" control
+  "control list" "control get" "control set" tunnel "tunnel dump" scenes)
+count=0
+for command in "${commands[@]}"; do
+  # shellcheck disable=SC2086
+  help=$(spectralsensorctl $command --help)
+  for section in NAME SYNOPSIS OPTIONS "EXIT STATUS"; do
+    [[ $help == *"$section"$'\n'* ]] || complain "$command --help has no $section"
+  done
+  case $command in
+    registers | control | tunnel | "") ;;
+    *) [[ $page == *$'.Cm '"$command"* ]] || complain "the manual page does not tell of $command" ;;
+  esac
+  for option in $(grep -oE '^    -.*' <<<"$help" | grep -oE -- '--[a-z-]+'); do
+    count=$((count + 1))
+    [ "$option" = --help ] || [[ $page == *"$option"* ]] || complain "the manual page does not tell of $command $option"
+    # shellcheck disable=SC2086
+    [[ " $(completions spectralsensorctl $command --) " == *" $option "* ]] || complain "$command $option does not complete"
+  done
+done
+[ "$count" -gt 30 ] || complain "only $count options found"
+
+expect "moonlight mains-50hz mains-60hz mixed" --simulate = m
+expect "flicker" --simulate = mixed fl
+expect "device layered" --facade ""
+expect "list get set -h --help" --facade layered control ""
+expect "pedestal-enable pedestal-value" control get p
+expect "--help --count --watch --detector --save --plot --json --csv" flicker --count 3 --
+exit $failed
