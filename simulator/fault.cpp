@@ -20,7 +20,8 @@ Call call_named(const std::string& name) {
 
 Node node_named(const std::string& name) {
   for (const Node node :
-       {Node::kDevice, Node::kEnable, Node::kReadByte, Node::kWriteByte, Node::kFactoryFile}) {
+       {Node::kDevice, Node::kEnable, Node::kReadByte, Node::kWriteByte, Node::kFactoryFile,
+        Node::kTunnel, Node::kUnparsedFile, Node::kDumpFile}) {
     if (name == name_of(node)) return node;
   }
   throw std::invalid_argument("no node \"" + name + "\"");

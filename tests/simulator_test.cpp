@@ -296,6 +296,11 @@ TEST_F(SimulatedKernel, FaultsStrikeTheAccessTheyName) {
   EXPECT_EQ(errno, EIO);
   phone.heal();
   close(fd);
+  // Every node of the phone can be named.
+  for (const char* node : {"iridel_enable", "iridel_read_byte", "ials_fac_test", "sensor_tunnel",
+                           "unparsed_flicker_data", "flicker_data.wav"}) {
+    EXPECT_NO_THROW(Fault::parse(std::string("open:") + node)) << node;
+  }
   for (const char* bad :
        {"", "seek:vd6281", "write:nowhere", "write:vd6281=EWHAT", "open:vd6281#"}) {
     EXPECT_THROW(Fault::parse(bad), std::invalid_argument) << bad;
