@@ -1,4 +1,7 @@
 #pragma once
 
-// Marks what libspectralsensor shows to its callers; everything else is built hidden.
+/// @file
+/// What marks the library's exported names.
+
+/// Marks what libspectralsensor shows to its callers; everything else is built hidden.
 #define SPECTRAL_EXPORT __attribute__((visibility("default")))
