@@ -5,19 +5,30 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 build_packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libkissfft-dev
   libcli11-dev libsndfile1-dev gnuplot-nox)
-test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils
-  blueprint-tools)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils)
+format_packages=(clang-format blueprint-tools)
+tidy_packages=(clang clang-tidy)
 clang_packages=(clang libclang-rt-dev)
+libcxx_packages=(clang libc++-dev libc++abi-dev googletest)
+aarch64_packages=(g++-aarch64-linux-gnu qemu-user-static libstdc++6:arm64 libkissfft-dev:arm64
+  libsndfile1-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64 libbenchmark-dev:arm64)
 
 as_root() {
   if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+# Whether a package is installed, NAME for this machine or NAME:ARCHITECTURE.
+installed() {
+  local architecture=${1##*:}
+  [ "$architecture" != "$1" ] || architecture="(all|$(dpkg --print-architecture))"
+  dpkg-query -W -f '${Architecture} ${db:Status-Status}\n' "${1%:*}" 2>/dev/null | grep -E "^$architecture installed$" >/dev/null
 }
 
 # Installs those of the packages that are missing.
 need() {
   local missing=() package
   for package in "$@"; do
-    dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
+    installed "$package" || missing+=("$package")
   done
   [ ${#missing[@]} -gt 0 ] || return 0
   echo "Installing ${missing[*]}"

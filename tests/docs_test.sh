@@ -118,6 +118,10 @@ diff "$folder/allowed" "$folder/requests" || fail "$page and driver/nodes.h (>) 
 # The factory file, on the phone model that the page takes.
 [ -n "$tool" ] || exit 0
 sed -n '/^<!-- factory file -->$/,/^```$/p' "$page" | sed '1,2d;$d' >"$folder/factory"
-factors=$(SPECTRALSIM_TIME=virtual SPECTRALSIM_MODEL=ostrel SPECTRALSIM_FACTORY_FILE="$folder/factory" \
-  "$tool" --simulate info | grep '^calibration')
-grep -xF -- "    $factors" "$page" >/dev/null || fail "$page does not tell: $factors"
+# shellcheck disable=SC2086
+LD_PRELOAD=$(dirname "$tool")/libspectralsim.so SPECTRALSIM_TIME=virtual SPECTRALSIM_MODEL=ostrel \
+  SPECTRALSIM_FACTORY_FILE="$folder/factory" ${EMULATOR-} "$tool" info >"$folder/info"
+[ "$(grep -cE "^ +[0-5] .*[0-9]$" "$folder/info")" = 6 ] || fail "info has no six factors"
+while read -r line; do
+  grep -xF -- "    $line" <(sed -E "s/^ +/    /" "$page") >/dev/null || fail "$page does not tell: $line"
+done < <(grep -E "^channel|^ +[0-5] " "$folder/info")

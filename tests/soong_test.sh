@@ -32,6 +32,3 @@ compare spectralsensorctl 8 "$(soong cc_binary spectralsensorctl)" \
 
 version=$(sed -n 's/^project(spectralsensor VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 grep -F "SPECTRAL_VERSION=\\\"$version\\\"" Android.bp >/dev/null || { echo "Android.bp has another version than $version"; exit 1; }
-if command -v bpfmt >/dev/null; then
-  [ -z "$(bpfmt -d Android.bp)" ] || { bpfmt -d Android.bp; exit 1; }
-fi
