@@ -71,6 +71,10 @@ expect 0 '^mains-50hz ' scenes
 
 expect 1 'iridel_enable: No such file or directory' info
 grep -- '--simulate' "$folder/err" >/dev/null || fail "no advice"
+SPECTRALSIM_FAULTS="open:sensor_tunnel#every" expect 1 "/dev/sensor_tunnel: Input/output error" --simulate flicker
+SPECTRALSIM_ANALYSIS=none expect 1 "Flicker needs the analysis library" --simulate flicker
+SPECTRALSIM_FAULTS="open:vd6281#every=EACCES" expect 1 "/dev/vd6281: Permission denied" --simulate info
+grep "as root" "$folder/err" >/dev/null || fail "no advice"
 expect 2 'sda-drive takes 4, 8' --simulate control set sda-drive 6
 expect 2 'no control "volume"' --simulate control get volume
 expect 2 'no scene "disco"' --simulate=disco info
