@@ -24,7 +24,7 @@ find_package(spectralsensor 0.20 REQUIRED)
 add_executable(by_cmake first_reading.cpp)
 target_link_libraries(by_cmake PRIVATE spectralsensor::spectralsensor)
 TEXT
-cmake -S "$folder" -B "$folder/build" -DCMAKE_PREFIX_PATH="$folder/prefix" -DCMAKE_CXX_COMPILER="$compiler" >"$folder/log"
+cmake -S "$folder" -B "$folder/build" -G Ninja -DCMAKE_PREFIX_PATH="$folder/prefix" -DCMAKE_CXX_COMPILER="$compiler" >"$folder/log"
 cmake --build "$folder/build" >>"$folder/log" || { cat "$folder/log"; exit 1; }
 
 PKG_CONFIG_PATH=$(dirname "$(find "$folder/prefix" -name spectralsensor.pc)")
