@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <random>
 
@@ -14,6 +15,10 @@
 namespace spectralsim {
 
 enum class Cut { k2_0, k2_1, k2_2 };
+
+// Answers a read of a register in the powered chip's place, with more than the register's eight
+// bits if it likes; nothing where the chip is to answer. It must not use the phone.
+using RegisterSource = std::function<std::optional<std::uint32_t>(std::uint8_t address)>;
 
 class __attribute__((visibility("default"))) Chip {
  public:

@@ -2,6 +2,7 @@
 
 // Accesses that the phone makes fail.
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -42,8 +43,8 @@ class __attribute__((visibility("default"))) Fault {
     m_error = error;
     return *this;
   }
-  // This result, without an errno; an access with a result of 0 or more is carried out all the
-  // same, so that a write is one that came out short.
+  // This result, without an errno; a write with a result of 0 or more is carried out all the same,
+  // and a read of that many bytes at most, so that they are ones that came out short.
   Fault& returning(long result) {
     m_result = result;
     m_error = 0;
@@ -64,5 +65,9 @@ class __attribute__((visibility("default"))) Fault {
   long m_result = -1;
   int m_error = 5;  // EIO
 };
+
+// Asked at every access that no fault strikes; what it gives strikes. Runs within the access: it
+// must not use the phone.
+using FaultSource = std::function<std::optional<Fault>(Call call, Node node, int address)>;
 
 }  // namespace spectralsim

@@ -82,7 +82,9 @@ const Fault* Kernel::strike(Call call, Node node, int address) {
   for (Fault& fault : m_faults) {
     if (fault.strikes(call, node, address) && struck == nullptr) struck = &fault;
   }
-  return struck;
+  if (struck != nullptr || !m_fault_source) return struck;
+  m_sourced = m_fault_source(call, node, address);
+  return m_sourced ? &*m_sourced : nullptr;
 }
 
 Event Kernel::event_on(Call call, int fd) const {
@@ -181,7 +183,10 @@ long Kernel::serve_tunnel(void* buffer, std::size_t size) {
 }
 
 long Kernel::serve_read(const Event& event, void* buffer, std::size_t size) {
-  if (const Fault* fault = strike(Call::kRead, event.node, -1)) return fail_with(*fault);
+  if (const Fault* fault = strike(Call::kRead, event.node, -1)) {
+    if (fault->result() <= 0) return fail_with(*fault);
+    size = std::min(size, static_cast<std::size_t>(fault->result()));
+  }
   switch (event.node) {
     case Node::kFactoryFile:
     case Node::kUnparsedFile:
@@ -220,7 +225,8 @@ long Kernel::take_write(Event* event) {
                            static_cast<std::uint8_t>(event->value))) {
     return fail_with(EIO);
   }
-  return fault != nullptr ? fault->result() : static_cast<long>(event->text.size());
+  const auto size = static_cast<long>(event->text.size());
+  return fault != nullptr ? std::min(fault->result(), size) : size;
 }
 
 ssize_t Kernel::write(int fd, const void* buffer, std::size_t size) {
@@ -239,10 +245,13 @@ long Kernel::read_registers(VD6281_Transfer_t* block, Event* event) {
   const Fault* fault = strike(Call::kIoctl, Node::kDevice, event->address);
   if (fault != nullptr) return fail_with(*fault);
   for (std::uint32_t i = 0; i < block->count; ++i) {
-    const auto value = m_chip.read(static_cast<std::uint8_t>(block->reg[i]));
+    const auto address = static_cast<std::uint8_t>(block->reg[i]);
+    std::optional<std::uint32_t> value;
+    if (m_register_source && m_chip.powered()) value = m_register_source(address);
+    if (!value) value = m_chip.read(address);
     if (!value) return fail_with(EIO);
     block->data[i] = *value;
-    if (block->count == 1) event->value = *value;
+    if (block->count == 1) event->value = static_cast<int>(*value & 0xFF);
   }
   return 0;
 }
@@ -326,9 +335,20 @@ void Kernel::add_fault(const Fault& fault) {
   m_faults.push_back(fault);
 }
 
+void Kernel::set_fault_source(FaultSource source) {
+  const Entry entry(m_mutex);
+  m_fault_source = std::move(source);
+}
+
+void Kernel::set_register_source(RegisterSource source) {
+  const Entry entry(m_mutex);
+  m_register_source = std::move(source);
+}
+
 void Kernel::clear_faults() {
   const Entry entry(m_mutex);
   m_faults.clear();
+  m_fault_source = nullptr;
 }
 
 void Kernel::set_present(Node node, bool present) {

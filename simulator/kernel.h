@@ -78,6 +78,8 @@ class Kernel {
 
   // Everything below acts under the kernel's lock, from any thread.
   void add_fault(const Fault& fault);
+  void set_fault_source(FaultSource source);
+  void set_register_source(RegisterSource source);
   void clear_faults();
   void set_present(Node node, bool present);
   void set_file(const std::string& content);
@@ -118,6 +120,9 @@ class Kernel {
   Chip m_chip;
   std::array<std::atomic<std::uint8_t>, kMaxFd> m_node_of_fd = {};
   std::vector<Fault> m_faults;
+  FaultSource m_fault_source;
+  std::optional<Fault> m_sourced;  // its last fault
+  RegisterSource m_register_source;
   std::set<Node> m_absent;
   bool m_has_factory_file = false;
   std::optional<std::string> m_model;

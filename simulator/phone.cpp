@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <stdexcept>
+#include <utility>
 
 #include "simulator/kernel.h"
 
@@ -85,8 +86,18 @@ Phone& Phone::fail(const Fault& fault) {
   return *this;
 }
 
+Phone& Phone::fail_as(FaultSource source) {
+  m_kernel->set_fault_source(std::move(source));
+  return *this;
+}
+
 Phone& Phone::heal() {
   m_kernel->clear_faults();
+  return *this;
+}
+
+Phone& Phone::answer_registers(RegisterSource source) {
+  m_kernel->set_register_source(std::move(source));
   return *this;
 }
 

@@ -59,7 +59,10 @@ class __attribute__((visibility("default"))) Phone {
   std::string dumped(Node node) const;
 
   Phone& fail(const Fault& fault);
+  Phone& fail_as(FaultSource source);
   Phone& heal();  // no faults any more
+  // Answers register reads in the chip's place; null leaves them to the chip again.
+  Phone& answer_registers(RegisterSource source);
 
   Trace trace() const;
   Phone& clear_trace();
