@@ -1,0 +1,330 @@
+// Sequences of calls of every public class with any arguments that its header allows, in any order
+// and state, on a phone whose accesses fail.
+//
+// An input is the cut, the detector's seven registers, a byte of what the phone lacks, a block of
+// faults (support.h), and the calls: each a number of the table below, and its arguments. An
+// operation that takes several in one order (a capture by hand) is one call here; the lower-case
+// operations on the record make no checks, and only the pure ones are called.
+
+#include <array>
+#include <tuple>
+#include <vector>
+
+#include "driver/register_map.h"
+#include "fuzz/support.h"
+
+using fuzz::Bench;
+using fuzz::Input;
+using fuzz::require;
+
+namespace reg = spectral::reg;
+
+namespace {
+
+constexpr int kMostCalls = 48;
+
+// One input's caller: its arguments, and records for what comes out.
+class Caller {
+ public:
+  Caller(Bench* on, Input* input) : bench(on), in(input) {}
+
+  template <typename Class>
+  Class* object() {
+    if constexpr (std::is_same_v<Class, SpectralSensorDevice>) return bench->device;
+    if constexpr (std::is_same_v<Class, SpectralSensor>) return bench->layered;
+    if constexpr (std::is_same_v<Class, AmbientLightSensor>) return &als;
+    if constexpr (std::is_same_v<Class, FlickerSensor>) return &flicker;
+  }
+
+  // A record of this type, the same one every time.
+  template <typename Value>
+  Value* record() {
+    return std::get<std::array<Value, 8>>(m_records).data();
+  }
+
+  // An argument: any value of its type, small ones more often; a record, its address or null.
+  template <typename Argument, bool kNullToo>
+  Argument draw() {
+    if constexpr (std::is_reference_v<Argument>) {
+      return *record<std::decay_t<Argument>>();
+    } else if constexpr (std::is_pointer_v<Argument>) {
+      const bool null = kNullToo && in->below(16) == 0;
+      return null ? nullptr : record<std::remove_cv_t<std::remove_pointer_t<Argument>>>();
+    } else if constexpr (std::is_same_v<Argument, bool>) {
+      return in->flag();
+    } else if constexpr (std::is_floating_point_v<Argument> || sizeof(Argument) < sizeof(int)) {
+      return in->take<Argument>();
+    } else {
+      const std::uint8_t range = in->byte();
+      if (range % 4 == 0) return static_cast<Argument>(in->take<std::uint32_t>());
+      return static_cast<Argument>(range % 4 == 1 ? in->byte() : range / 4 % 3);
+    }
+  }
+  int mode() { return draw<int, false>(); }
+
+  Bench* const bench;
+  Input* const in;
+  AmbientLightSensor als;
+  FlickerSensor flicker;
+
+ private:
+  template <typename... Values>
+  using Records = std::tuple<std::array<Values, 8>...>;
+
+  Records<unsigned char, unsigned short, unsigned int, float, bool, char*, ALSConfig, ALSResult,
+          FlickerResult, SpectralSensorOutput, VD6281_Als_t, VD6281_Color_Id_t,
+          VD6281_FlickerInfo_t, Spectral_FlickerInfo_t>
+      m_records = {};
+};
+
+template <bool kNullToo, typename Class, typename Result, typename... Arguments>
+void invoke(Caller* c, Result (Class::*method)(Arguments...)) {
+  Class* object = c->object<Class>();
+  // In braces they are drawn in their order, by any compiler.
+  const std::tuple<Arguments...> arguments{c->draw<Arguments, kNullToo>()...};
+  std::apply([&](Arguments... each) { static_cast<void>((object->*method)(each...)); }, arguments);
+}
+
+// An operation on arguments of its types; null for its pointers only where it takes that.
+template <auto kMethod, bool kNullToo = true>
+void call(Caller* c) {
+  invoke<kNullToo>(c, kMethod);
+}
+
+template <typename Service>
+void process(Caller* c) {
+  auto* output = c->draw<SpectralSensorOutput*, true>();
+  const int mode = c->mode();
+  const int status = c->object<Service>()->Process(mode, output);
+  require(status == 0 || status == -22, "Process gives 0 or -22");
+  if (output == nullptr) return;
+  require(status == 0 || mode != SPECTRAL_MODE_FLICKER, "it gives 0 for flicker");
+  if (mode == SPECTRAL_MODE_ALS) fuzz::check(output->als);
+  if (mode == SPECTRAL_MODE_FLICKER) fuzz::check(output->flicker);
+}
+
+// Fills the records that operations take in.
+void fill_records(Caller* c) {
+  auto* config = c->record<ALSConfig>();
+  config->exposureTime = c->draw<unsigned int, false>();
+  for (float& gain : config->channelGain) gain = c->in->take<float>();
+  for (std::uint16_t& code : config->gainCode) code = c->in->take<std::uint16_t>();
+  auto* result = c->record<ALSResult>();
+  result->channelMask = c->in->byte();
+  for (float& value : result->value) value = c->in->take<float>();
+  result->exposureMs = c->in->take<float>();
+  result->gain = c->in->take<float>();
+  auto* counts = c->record<VD6281_Als_t>();
+  counts->channels = c->in->byte();
+  for (std::uint32_t& count : counts->raw_count) count = c->draw<unsigned int, false>();
+  for (int n = 0; n < 6; ++n) c->record<unsigned short>()[n] = c->in->take<std::uint16_t>();
+  for (int n = 0; n < 8; ++n) c->record<float>()[n] = c->in->take<float>();
+}
+
+// The fields for which there is no operation.
+template <typename Service>
+void set_fields(Caller* c) {
+  auto* service = c->object<Service>();
+  service->m_alsChannelMask = c->in->byte();
+  service->m_flkChannelMask = c->draw<unsigned int, false>();
+  service->m_alsAeEnable = c->in->byte();
+  service->m_deviceType = c->in->byte();
+  service->m_alsConfig = *c->record<ALSConfig>();
+  c->als.m_channelMask = c->draw<unsigned int, false>();
+  c->flicker.m_channelMask = c->draw<unsigned int, false>();
+}
+
+template <typename Service>
+void capture(Caller* c) {
+  std::vector<unsigned char> out(16000);
+  c->object<Service>()->ReadFLKData(c->in->take<std::int16_t>(), out.data());
+}
+
+void get_flicker_data(Caller* c) {
+  const int size = c->in->take<std::int16_t>();
+  std::vector<unsigned char> data(size > 0 && size <= 16015 ? static_cast<std::size_t>(size) : 1);
+  c->flicker.GetFlickerData(size, data.data());
+}
+
+void capture_by_hand(Caller* c) {
+  SpectralSensorDevice* device = c->bench->device;
+  const unsigned int len_ms = c->in->take<std::uint16_t>();
+  device->VD6281_QuilInit();
+  device->VD6281_QuilTunnelSetup();
+  if (c->in->flag()) device->VD6281_QuilResetRdBuf();
+  if (c->in->flag()) device->VD6281_GetFlickerDataBuffer(len_ms);
+  if (c->in->flag()) device->VD6281_QuilDumpFlickerDataToFile(len_ms);
+  device->VD6281_QuilTunnelTerminate();
+}
+
+void read_registers(Caller* c) {
+  const unsigned char address = c->in->byte();
+  const int count = c->in->take<std::int8_t>();
+  std::vector<unsigned char> data(count > 0 ? static_cast<std::size_t>(count) : 1);
+  c->bench->device->VD6281_RdMultipleBytes(address, data.data(), count);
+}
+
+void read_otp(Caller* c) {
+  const int bank = c->in->below(2);
+  const int low = c->in->below(64);
+  const int high = c->in->below(64);
+  auto* value = c->record<unsigned int>();
+  c->bench->device->otp_read_bank(&Bench::record(), bank, low, high, value);
+  c->bench->device->otp_read(&Bench::record(), low, high, value, bank);
+}
+
+void detect(Caller* c) {
+  auto* info = c->draw<VD6281_FlickerInfo_t*, true>();
+  c->bench->device->VD6281_GetFlickerFrequency_Ref(info, c->in->take<std::int16_t>());
+}
+
+void start_over(Caller* c) {
+  c->bench->destroy();
+  c->bench->create();
+  c->als.m_device = c->flicker.m_device = c->bench->device;
+}
+
+// From another thread, in the middle of a wait.
+template <typename Service>
+void set_flag_later(Caller* c) {
+  const int which = c->mode();
+  const bool on = c->in->flag();
+  c->bench->phone.clock().after_ms(c->in->byte(), [which, on] {
+    if (Service::m_pInstance != nullptr) Service::m_pInstance->SetEnableFlag(which, on);
+  });
+}
+
+using Operation = void (*)(Caller* c);
+
+template <typename Service>
+constexpr Operation kServiceOperations[] = {
+    process<Service>,
+    set_fields<Service>,
+    capture<Service>,
+    set_flag_later<Service>,
+    call<&Service::Init>,
+    call<&Service::Uninit>,
+    call<&Service::ResetDevice>,
+    call<&Service::SetEnableFlag>,
+    call<&Service::StartExpALS>,
+    call<&Service::StopExpALS>,
+    call<&Service::ConfigALS>,
+    call<&Service::ReadALS>,
+    call<&Service::CaptureALSDefault>,
+    call<&Service::CaptureALSAE>,
+    call<&Service::ALSAE>,
+    call<&Service::LookUpGain>,
+    call<&Service::StartExpFLK_AutoGain>,
+    call<&Service::StartExpFLK>,
+    call<&Service::StopExpFLK>,
+    call<&Service::FlickerCoreWrapper, false>,
+    call<&Service::FlickerResultProcessing, false>,
+    call<&Service::ComputeHarmonicContribution>,
+    call<&Service::ReadFLK>,
+    call<&Service::LoadFlickerLibrary>,
+    call<&Service::UnloadFlickerLibrary>,
+    call<&Service::check_dl_error>,
+    call<&Service::PrepareCalibrationData>,
+    call<&Service::GetDeviceType>,
+    call<&Service::GetFATPData>,
+    call<&Service::ComputeCalData>,
+    call<&Service::CorrectALSRAW>,
+};
+
+using Device = SpectralSensorDevice;
+using Als = AmbientLightSensor;
+using Flicker = FlickerSensor;
+
+constexpr Operation kOtherOperations[] = {
+    fill_records,
+    get_flicker_data,
+    capture_by_hand,
+    read_registers,
+    read_otp,
+    detect,
+    start_over,
+    call<&Device::VD6281_Enable>,
+    call<&Device::VD6281_CheckEnableStatus, false>,
+    call<&Device::VD6281_Init>,
+    call<&Device::VD6281_Term>,
+    call<&Device::VD6281_GetVersion>,
+    call<&Device::VD6281_GetProductVersion>,
+    call<&Device::VD6281_GetUid>,
+    call<&Device::VD6281_RdByte, false>,
+    call<&Device::VD6281_WrByte>,
+    call<&Device::VD6281_SetExposureTime>,
+    call<&Device::VD6281_GetExposureTime>,
+    call<&Device::VD6281_SetGain>,
+    call<&Device::VD6281_GetGain>,
+    call<&Device::VD6281_SetInterMeasurementTime>,
+    call<&Device::VD6281_GetInterMeasurementTime>,
+    call<&Device::VD6281_GetChannelColor>,
+    call<&Device::VD6281_Start>,
+    call<&Device::VD6281_Stop>,
+    call<&Device::VD6281_SetFlickerOutputType>,
+    call<&Device::VD6281_GetAlsValues>,
+    call<&Device::VD6281_GetAlsValues_Ref>,
+    call<&Device::VD6281_GetFlickerFrequency>,
+    call<&Device::VD6281_QuilResetRdBuf>,
+    call<&Device::VD6281_QuilTunnelTerminate>,
+    call<&Device::VD6281_GetFlickerDataBuffer>,
+    call<&Device::VD6281_SetControl>,
+    call<&Device::VD6281_GetControl>,
+    call<&Device::channelId_2_index>,
+    call<&Device::byte_bit_reversal>,
+    call<&Device::cook_values_slope_channel>,
+    call<&Device::ac_mode_update>,
+    call<&Als::Enable>,
+    call<&Als::GetAlsValues>,
+    call<&Als::ConvertRawAlsValueToAlsResult, false>,
+    call<&Als::SetExposureTime>,
+    call<&Als::SetGain>,
+    call<&Als::IsValidSingleChannel>,
+    call<&Als::SetSamplingPeriod>,
+    call<&Flicker::Enable>,
+    call<&Flicker::GetFlickerFrequency>,
+    call<&Flicker::GetSaturationValue>,
+    call<&Flicker::SetFlickerChannelMask>,
+    call<&Flicker::IsValidSingleChannel>,
+    call<&Flicker::SetGain>,
+    call<&Flicker::SetPedestal>,
+};
+
+template <std::size_t kCount>
+void call_one_of(const Operation (&operations)[kCount], Caller* c) {
+  operations[c->in->byte() % kCount](c);
+}
+
+void furnish(Bench* bench, Input* in) {
+  bench->phone.chip().cut(static_cast<spectralsim::Cut>(in->below(3)));
+  std::string detector = in->bytes(reg::kFlickerDetectorRegisters);
+  detector.resize(reg::kFlickerDetectorRegisters, '\xFF');
+  bench->phone.answer_registers([detector](std::uint8_t address) -> std::optional<std::uint32_t> {
+    const int offset = address - reg::kFlickerDetector;
+    if (offset < 0 || offset >= reg::kFlickerDetectorRegisters) return std::nullopt;
+    return static_cast<std::uint8_t>(detector[static_cast<std::size_t>(offset)]);
+  });
+  const std::uint8_t lacks = in->byte();
+  if ((lacks & 1) != 0) bench->phone.remove_analysis_library();
+  if ((lacks & 2) != 0) bench->phone.remove(spectralsim::Node::kTunnel);
+  if ((lacks & 4) == 0) bench->phone.model("ostrel");
+  if ((lacks & 8) != 0) bench->phone.scene("sunlight");
+  bench->fail_as(in->block());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+  Input input(bytes, size);
+  Bench bench;
+  furnish(&bench, &input);
+  Caller caller(&bench, &input);
+  for (int i = 0; i < kMostCalls && !input.is_at_end(); ++i) {
+    const int of = input.below(3);
+    if (of == 0) call_one_of(kServiceOperations<SpectralSensorDevice>, &caller);
+    if (of == 1) call_one_of(kServiceOperations<SpectralSensor>, &caller);
+    if (of == 2) call_one_of(kOtherOperations, &caller);
+    Bench::check_record();
+  }
+  return 0;
+}
