@@ -199,104 +199,82 @@ void set_flag_later(Caller* c) {
 
 using Operation = void (*)(Caller* c);
 
-template <typename Service>
-constexpr Operation kServiceOperations[] = {
-    process<Service>,
-    set_fields<Service>,
-    capture<Service>,
-    set_flag_later<Service>,
-    call<&Service::Init>,
-    call<&Service::Uninit>,
-    call<&Service::ResetDevice>,
-    call<&Service::SetEnableFlag>,
-    call<&Service::StartExpALS>,
-    call<&Service::StopExpALS>,
-    call<&Service::ConfigALS>,
-    call<&Service::ReadALS>,
-    call<&Service::CaptureALSDefault>,
-    call<&Service::CaptureALSAE>,
-    call<&Service::ALSAE>,
-    call<&Service::LookUpGain>,
-    call<&Service::StartExpFLK_AutoGain>,
-    call<&Service::StartExpFLK>,
-    call<&Service::StopExpFLK>,
-    call<&Service::FlickerCoreWrapper, false>,
-    call<&Service::FlickerResultProcessing, false>,
-    call<&Service::ComputeHarmonicContribution>,
-    call<&Service::ReadFLK>,
-    call<&Service::LoadFlickerLibrary>,
-    call<&Service::UnloadFlickerLibrary>,
-    call<&Service::check_dl_error>,
-    call<&Service::PrepareCalibrationData>,
-    call<&Service::GetDeviceType>,
-    call<&Service::GetFATPData>,
-    call<&Service::ComputeCalData>,
-    call<&Service::CorrectALSRAW>,
-};
-
 using Device = SpectralSensorDevice;
+using Layered = SpectralSensor;
 using Als = AmbientLightSensor;
 using Flicker = FlickerSensor;
 
-constexpr Operation kOtherOperations[] = {
-    fill_records,
-    get_flicker_data,
-    capture_by_hand,
-    read_registers,
-    read_otp,
-    detect,
-    start_over,
-    call<&Device::VD6281_Enable>,
-    call<&Device::VD6281_CheckEnableStatus, false>,
-    call<&Device::VD6281_Init>,
-    call<&Device::VD6281_Term>,
-    call<&Device::VD6281_GetVersion>,
-    call<&Device::VD6281_GetProductVersion>,
-    call<&Device::VD6281_GetUid>,
-    call<&Device::VD6281_RdByte, false>,
-    call<&Device::VD6281_WrByte>,
-    call<&Device::VD6281_SetExposureTime>,
-    call<&Device::VD6281_GetExposureTime>,
-    call<&Device::VD6281_SetGain>,
-    call<&Device::VD6281_GetGain>,
-    call<&Device::VD6281_SetInterMeasurementTime>,
-    call<&Device::VD6281_GetInterMeasurementTime>,
-    call<&Device::VD6281_GetChannelColor>,
-    call<&Device::VD6281_Start>,
-    call<&Device::VD6281_Stop>,
-    call<&Device::VD6281_SetFlickerOutputType>,
-    call<&Device::VD6281_GetAlsValues>,
-    call<&Device::VD6281_GetAlsValues_Ref>,
-    call<&Device::VD6281_GetFlickerFrequency>,
-    call<&Device::VD6281_QuilResetRdBuf>,
-    call<&Device::VD6281_QuilTunnelTerminate>,
-    call<&Device::VD6281_GetFlickerDataBuffer>,
-    call<&Device::VD6281_SetControl>,
-    call<&Device::VD6281_GetControl>,
-    call<&Device::channelId_2_index>,
-    call<&Device::byte_bit_reversal>,
-    call<&Device::cook_values_slope_channel>,
-    call<&Device::ac_mode_update>,
-    call<&Als::Enable>,
-    call<&Als::GetAlsValues>,
-    call<&Als::ConvertRawAlsValueToAlsResult, false>,
-    call<&Als::SetExposureTime>,
-    call<&Als::SetGain>,
-    call<&Als::IsValidSingleChannel>,
-    call<&Als::SetSamplingPeriod>,
-    call<&Flicker::Enable>,
-    call<&Flicker::GetFlickerFrequency>,
-    call<&Flicker::GetSaturationValue>,
-    call<&Flicker::SetFlickerChannelMask>,
-    call<&Flicker::IsValidSingleChannel>,
-    call<&Flicker::SetGain>,
-    call<&Flicker::SetPedestal>,
-};
+constexpr Operation kWithArgumentsOfTheirOwn[] = {process<Device>,
+                                                  process<Layered>,
+                                                  set_fields<Device>,
+                                                  set_fields<Layered>,
+                                                  capture<Device>,
+                                                  capture<Layered>,
+                                                  set_flag_later<Device>,
+                                                  set_flag_later<Layered>,
+                                                  fill_records,
+                                                  get_flicker_data,
+                                                  capture_by_hand,
+                                                  read_registers,
+                                                  read_otp,
+                                                  detect,
+                                                  start_over};
 
+// One of the operations, by the next byte.
 template <std::size_t kCount>
-void call_one_of(const Operation (&operations)[kCount], Caller* c) {
+void one_of(const Operation (&operations)[kCount], Caller* c) {
   operations[c->in->byte() % kCount](c);
 }
+
+template <bool kNullToo, auto... kMethods>
+void call_one_of(Caller* c) {
+  constexpr Operation kCalls[] = {call<kMethods, kNullToo>...};
+  one_of(kCalls, c);
+}
+
+template <typename Service>
+constexpr Operation kServiceCalls =
+    call_one_of<true, &Service::Init, &Service::Uninit, &Service::ResetDevice,
+                &Service::SetEnableFlag, &Service::StartExpALS, &Service::StopExpALS,
+                &Service::ConfigALS, &Service::ReadALS, &Service::CaptureALSDefault,
+                &Service::CaptureALSAE, &Service::ALSAE, &Service::LookUpGain,
+                &Service::StartExpFLK_AutoGain, &Service::StartExpFLK, &Service::StopExpFLK,
+                &Service::ComputeHarmonicContribution, &Service::ReadFLK,
+                &Service::LoadFlickerLibrary, &Service::UnloadFlickerLibrary,
+                &Service::check_dl_error, &Service::PrepareCalibrationData, &Service::GetDeviceType,
+                &Service::GetFATPData, &Service::ComputeCalData, &Service::CorrectALSRAW>;
+
+constexpr Operation kDriverCalls =
+    call_one_of<true, &Device::VD6281_Enable, &Device::VD6281_Init, &Device::VD6281_Term,
+                &Device::VD6281_GetVersion, &Device::VD6281_GetProductVersion,
+                &Device::VD6281_GetUid, &Device::VD6281_WrByte, &Device::VD6281_SetExposureTime,
+                &Device::VD6281_GetExposureTime, &Device::VD6281_SetGain, &Device::VD6281_GetGain,
+                &Device::VD6281_SetInterMeasurementTime, &Device::VD6281_GetInterMeasurementTime,
+                &Device::VD6281_GetChannelColor, &Device::VD6281_Start, &Device::VD6281_Stop,
+                &Device::VD6281_SetFlickerOutputType, &Device::VD6281_GetAlsValues,
+                &Device::VD6281_GetAlsValues_Ref, &Device::VD6281_GetFlickerFrequency,
+                &Device::VD6281_QuilResetRdBuf, &Device::VD6281_QuilTunnelTerminate,
+                &Device::VD6281_GetFlickerDataBuffer, &Device::VD6281_SetControl,
+                &Device::VD6281_GetControl, &Device::channelId_2_index, &Device::byte_bit_reversal,
+                &Device::cook_values_slope_channel, &Device::ac_mode_update>;
+
+constexpr Operation kWrapperCalls =
+    call_one_of<true, &Als::Enable, &Als::GetAlsValues, &Als::SetExposureTime, &Als::SetGain,
+                &Als::IsValidSingleChannel, &Als::SetSamplingPeriod, &Flicker::Enable,
+                &Flicker::GetFlickerFrequency, &Flicker::GetSaturationValue,
+                &Flicker::SetFlickerChannelMask, &Flicker::IsValidSingleChannel, &Flicker::SetGain,
+                &Flicker::SetPedestal>;
+
+constexpr Operation kCallsWithoutNull =
+    call_one_of<false, &Device::VD6281_CheckEnableStatus, &Device::VD6281_RdByte,
+                &Device::FlickerCoreWrapper, &Layered::FlickerCoreWrapper,
+                &Device::FlickerResultProcessing, &Layered::FlickerResultProcessing,
+                &Als::ConvertRawAlsValueToAlsResult>;
+
+void operate(Caller* c) { one_of(kWithArgumentsOfTheirOwn, c); }
+
+constexpr Operation kKinds[] = {operate,      kServiceCalls<Device>, kServiceCalls<Layered>,
+                                kDriverCalls, kWrapperCalls,         kCallsWithoutNull};
 
 void furnish(Bench* bench, Input* in) {
   bench->phone.chip().cut(static_cast<spectralsim::Cut>(in->below(3)));
@@ -323,10 +301,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   furnish(&bench, &input);
   Caller caller(&bench, &input);
   for (int i = 0; i < kMostCalls && !input.is_at_end(); ++i) {
-    const int of = input.below(3);
-    if (of == 0) call_one_of(kServiceOperations<SpectralSensorDevice>, &caller);
-    if (of == 1) call_one_of(kServiceOperations<SpectralSensor>, &caller);
-    if (of == 2) call_one_of(kOtherOperations, &caller);
+    one_of(kKinds, &caller);
     Bench::check_record();
   }
   return 0;

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
+#include <vector>
 
 #include "driver/quantisation.h"
 #include "driver/register_map.h"
@@ -154,14 +155,10 @@ extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments) {
   static char allocation_limit[] = "-malloc_limit_mb=1024";
   setenv("SPECTRALHOST_LOG", "silent", 1);
   if (std::freopen("/dev/null", "r", stdin) == nullptr) return 1;
-  const auto given = static_cast<std::size_t>(*count);
-  auto* all = static_cast<char**>(std::calloc(given + 4, sizeof(char*)));
-  if (all == nullptr) return 1;
-  std::copy(*arguments, *arguments + given, all);
-  all[given] = no_watch;
-  all[given + 1] = no_limit_thread;
-  all[given + 2] = allocation_limit;
-  *count += 3;
-  *arguments = all;
+  static std::vector<char*> all(*arguments, *arguments + *count);
+  all.insert(all.end(), {no_watch, no_limit_thread, allocation_limit});
+  *count = static_cast<int>(all.size());
+  all.push_back(nullptr);
+  *arguments = all.data();
   return 0;
 }
