@@ -14,7 +14,6 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
 set(SPECTRAL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
 set(SPECTRAL_GTEST_SOURCE "" CACHE PATH "GoogleTest's source, to build it with what the tests are built with")
 option(SPECTRAL_BENCHMARKS "Build what needs the benchmark library" ON)
-option(SPECTRAL_FUZZ "Build the fuzz targets as fuzzers instead of as tests" OFF)
 
 # Warnings, hidden visibility, hardening and sanitizers for one target.
 function(spectral_target target)

@@ -146,8 +146,8 @@ void check(const FlickerResult& result) {
 }  // namespace fuzz
 
 // Before libFuzzer looks at its arguments: its watch and its memory limit use clocks and sleeps,
-// which are the phone's; Watch and the sanitizer's own limit stand in for them. Standard input is
-// closed to writing, as for a camera process.
+// which are the phone's here. Watch and a limit on each allocation stand in for them. Standard
+// input is closed to writing, as for a camera process.
 extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments);
 extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments) {
   static char no_watch[] = "-timeout=0";

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 #include "simulator/phone.h"
 #include "spectral_sensor.h"
