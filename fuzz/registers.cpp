@@ -20,7 +20,6 @@ namespace {
 enum Choice : std::uint8_t {
   kCut = 0x03,  // 0..2, and 3 for identity and OTP status from the input too
   kLayered = 0x04,
-  kFaultsFromCreation = 0x08,
   kFlickerFirst = 0x10,
 };
 
