@@ -20,7 +20,8 @@ constexpr int kSamplesPerPayload = 20;
 constexpr std::size_t kRecordSize = 8;
 constexpr std::int64_t kVsyncNs = 33333333;
 constexpr std::size_t kVsyncPayload = 16;
-constexpr std::size_t kAtOnce = 16384;  // bytes ahead of the reader
+constexpr std::size_t kAtOnce = 16384;      // bytes ahead of the reader
+constexpr std::int64_t kMostBehind = 1000;  // payloads that the hub keeps for a late reader
 
 void put(std::string* bytes, std::uint64_t value, int size) {
   for (int i = 0; i < size; ++i) bytes->push_back(static_cast<char>(value >> (8 * i) & 0xFF));
@@ -108,7 +109,17 @@ void Hub::append(std::uint16_t id, std::int64_t now_ns, const std::string& paylo
   m_pending += packet(id, m_sequence[id]++, static_cast<std::uint64_t>(now_ns), payload);
 }
 
+// What a reader that comes too late will never see.
+void Hub::drop_oldest(std::int64_t now_ns) {
+  const std::int64_t dropped = (now_ns - m_next_payload_ns) / kPayloadNs - kMostBehind;
+  if (dropped <= 0) return;
+  m_next_payload_ns += dropped * kPayloadNs;
+  m_next_vsync_ns += dropped * kPayloadNs;
+  m_sequence[kFlickerId] += static_cast<std::uint32_t>(dropped);
+}
+
 void Hub::produce(std::int64_t now_ns, const Sampler& sample) {
+  drop_oldest(now_ns);
   const auto is_due = [&] {
     return m_at_once ? m_pending.size() < kAtOnce : m_next_payload_ns <= now_ns;
   };

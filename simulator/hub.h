@@ -50,6 +50,7 @@ class __attribute__((visibility("default"))) Hub {
                             const std::string& payload);
 
  private:
+  void drop_oldest(std::int64_t now_ns);
   void produce(std::int64_t now_ns, const Sampler& sample);
   void append(std::uint16_t id, std::int64_t now_ns, const std::string& payload);
 

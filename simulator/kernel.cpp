@@ -23,6 +23,7 @@ namespace {
 constexpr char kFactoryFilePath[] = "/mnt/vendor/persist/camera/ials_fac_test";
 constexpr char kUnparsedFilePath[] = "/data/unparsed_flicker_data";
 constexpr char kDumpFilePath[] = "/data/flicker_data.wav";
+constexpr char kNoFile[] = "/nonexistent/libzelk_flicker.so";
 constexpr std::uint32_t kMostRegisters = 32;
 constexpr unsigned long kHighestRegisterWrite = 0xFFFF;  // address and value
 
@@ -77,14 +78,19 @@ Node Kernel::node_of_fd(int fd) const {
       m_node_of_fd[static_cast<std::size_t>(fd)].load(std::memory_order_acquire));
 }
 
-const Fault* Kernel::strike(Call call, Node node, int address) {
-  const Fault* struck = nullptr;
+std::optional<Fault> Kernel::strike(Call call, Node node, int address) {
+  std::optional<Fault> struck;
   for (Fault& fault : m_faults) {
-    if (fault.strikes(call, node, address) && struck == nullptr) struck = &fault;
+    if (fault.strikes(call, node, address) && !struck) struck = fault;
   }
-  if (struck != nullptr || !m_fault_source) return struck;
-  m_sourced = m_fault_source(call, node, address);
-  return m_sourced ? &*m_sourced : nullptr;
+  if (!struck && m_fault_source) struck = m_fault_source(call, node, address);
+  if (struck && struck->delay_ms() > 0) {
+    m_mutex.unlock();
+    m_clock.sleep_ns(struck->delay_ms() * kNsPerMs);
+    m_mutex.lock();
+  }
+  if (struck && !struck->fails()) return std::nullopt;
+  return struck;
 }
 
 Event Kernel::event_on(Call call, int fd) const {
@@ -140,8 +146,7 @@ int Kernel::open(Node node, bool truncate) {
   Event event;
   event.call = Call::kOpen;
   event.node = node;
-  const Fault* fault = strike(Call::kOpen, node, -1);
-  if (fault != nullptr) {
+  if (const auto fault = strike(Call::kOpen, node, -1)) {
     fail_with(*fault);
   } else if (m_absent.count(node) != 0 || (node == Node::kFactoryFile && !m_has_factory_file)) {
     fail_with(ENOENT);
@@ -152,19 +157,23 @@ int Kernel::open(Node node, bool truncate) {
   return static_cast<int>(finish(std::move(event), fd));
 }
 
-void Kernel::forget(int fd) {
+int Kernel::forget(int fd) {
   const Entry entry(m_mutex);
   Event event = event_on(Call::kClose, fd);
+  const auto fault = strike(Call::kClose, event.node, -1);
   m_node_of_fd[static_cast<std::size_t>(fd)].store(0, std::memory_order_release);
   for (auto stream = m_streams.begin(); stream != m_streams.end();) {
     stream = stream->second == fd ? m_streams.erase(stream) : std::next(stream);
   }
-  finish(std::move(event), 0);
+  return static_cast<int>(finish(std::move(event), fault ? fail_with(*fault) : 0));
 }
 
 int Kernel::close(int fd) {
-  forget(fd);
-  return static_cast<int>(syscall(SYS_close, fd));
+  const int result = forget(fd);
+  const int error = errno;
+  syscall(SYS_close, fd);
+  errno = error;
+  return result;
 }
 
 // A read of the tunnel sleeps until the hub has sent something; the lock is free meanwhile.
@@ -183,9 +192,10 @@ long Kernel::serve_tunnel(void* buffer, std::size_t size) {
 }
 
 long Kernel::serve_read(const Event& event, void* buffer, std::size_t size) {
-  if (const Fault* fault = strike(Call::kRead, event.node, -1)) {
-    if (fault->result() <= 0) return fail_with(*fault);
+  if (const auto fault = strike(Call::kRead, event.node, -1)) {
+    if (fault->result() < 0) return fail_with(*fault);
     size = std::min(size, static_cast<std::size_t>(fault->result()));
+    if (size == 0) return 0;
   }
   switch (event.node) {
     case Node::kFactoryFile:
@@ -217,8 +227,8 @@ long Kernel::take_write(Event* event) {
     event->address = static_cast<int>(*number >> 8);
     event->value = static_cast<int>(*number & 0xFF);
   }
-  const Fault* fault = strike(Call::kWrite, event->node, event->address);
-  if (fault != nullptr && fault->result() < 0) return fail_with(*fault);
+  const auto fault = strike(Call::kWrite, event->node, event->address);
+  if (fault && fault->result() < 0) return fail_with(*fault);
   if (!is_register) {
     m_chip.power(*number == 1);
   } else if (!m_chip.write(static_cast<std::uint8_t>(event->address),
@@ -226,7 +236,7 @@ long Kernel::take_write(Event* event) {
     return fail_with(EIO);
   }
   const auto size = static_cast<long>(event->text.size());
-  return fault != nullptr ? std::min(fault->result(), size) : size;
+  return fault ? std::min(fault->result(), size) : size;
 }
 
 ssize_t Kernel::write(int fd, const void* buffer, std::size_t size) {
@@ -242,8 +252,9 @@ long Kernel::read_registers(VD6281_Transfer_t* block, Event* event) {
   if (block->count < 1 || block->count > kMostRegisters) return fail_with(EINVAL);
   event->address = static_cast<int>(block->reg[0]);
   event->count = static_cast<int>(block->count);
-  const Fault* fault = strike(Call::kIoctl, Node::kDevice, event->address);
-  if (fault != nullptr) return fail_with(*fault);
+  if (const auto fault = strike(Call::kIoctl, Node::kDevice, event->address)) {
+    return fail_with(*fault);
+  }
   for (std::uint32_t i = 0; i < block->count; ++i) {
     const auto address = static_cast<std::uint8_t>(block->reg[i]);
     std::optional<std::uint32_t> value;
@@ -264,8 +275,9 @@ long Kernel::tunnel_request(unsigned long request, const std::uint32_t* words, E
     std::snprintf(text, sizeof text, " %x/%u", words[1], words[3]);
     event->text = text;
   }
-  const Fault* fault = strike(Call::kIoctl, Node::kTunnel, event->address);
-  if (fault != nullptr) return fail_with(*fault);
+  if (const auto fault = strike(Call::kIoctl, Node::kTunnel, event->address)) {
+    return fail_with(*fault);
+  }
   switch (request) {
     case spectral::kTunnelRouteSetup:
     case spectral::kTunnelRouteTerminate:
@@ -315,8 +327,9 @@ std::string Kernel::load_analysis(const char* path) {
   event.call = Call::kDlopen;
   event.node = Node::kAnalysisLibrary;
   event.text = path;
-  finish(std::move(event), 0);
-  return m_analysis.value_or(path);
+  const auto fault = strike(Call::kDlopen, event.node, -1);
+  finish(std::move(event), fault ? fail_with(*fault) : 0);
+  return fault ? kNoFile : m_analysis.value_or(path);
 }
 
 void Kernel::log(int priority, const char* tag, const char* text) {

@@ -64,8 +64,9 @@ class Kernel {
   ssize_t read(int fd, void* buffer, std::size_t size);
   ssize_t write(int fd, const void* buffer, std::size_t size);
   int ioctl(int fd, unsigned long request, void* argument);
-  // The stream of the file behind this descriptor is closed by the C library itself.
-  void forget(int fd);
+  // The file behind this descriptor, which the C library itself closes, is the phone's no more.
+  // The result of the close.
+  int forget(int fd);
 
   // The tunnel's stream by its descriptor: what the C library does not know of a stream of ours.
   void add_stream(const void* stream, int fd);
@@ -95,8 +96,9 @@ class Kernel {
  private:
   static constexpr std::size_t kMaxFd = 4096;
 
-  // The fault that strikes this access, if one does.
-  const Fault* strike(Call call, Node node, int address);
+  // The fault that strikes this access, if one does, when its delay has passed; nothing where it
+  // was only late. The lock is free meanwhile.
+  std::optional<Fault> strike(Call call, Node node, int address);
   Event event_on(Call call, int fd) const;
   // Traces the event with its result, and returns that with errno as it was.
   long finish(Event event, long result);
@@ -121,7 +123,6 @@ class Kernel {
   std::array<std::atomic<std::uint8_t>, kMaxFd> m_node_of_fd = {};
   std::vector<Fault> m_faults;
   FaultSource m_fault_source;
-  std::optional<Fault> m_sourced;  // its last fault
   RegisterSource m_register_source;
   std::set<Node> m_absent;
   bool m_has_factory_file = false;

@@ -142,8 +142,13 @@ SIM_PREEMPTS int fileno(FILE* stream) noexcept {
 SIM_PREEMPTS int fclose(FILE* stream) {
   static Next<int(FILE*)> next("fclose");
   const int fd = stream != nullptr ? fileno(stream) : -1;
-  if (Kernel* kernel = kernel_of(fd)) kernel->forget(fd);
-  return next(stream);
+  Kernel* kernel = kernel_of(fd);
+  const int result = kernel != nullptr ? kernel->forget(fd) : 0;
+  const int error = errno;
+  const int closed = next(stream);
+  if (result == 0) return closed;
+  errno = error;
+  return EOF;
 }
 
 SIM_PREEMPTS int close(int fd) {
