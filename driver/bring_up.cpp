@@ -9,6 +9,7 @@
 #include "driver/register_access.h"
 #include "driver/register_map.h"
 #include "driver/silicon.h"
+#include "driver/state.h"
 #include "driver/status.h"
 #include "platform/log.h"
 #include "spectral_sensor_device.h"
@@ -89,7 +90,7 @@ VD6281_device* SpectralSensorDevice::get_device() {
 
 VD6281_device* SpectralSensorDevice::get_active_device() {
   VD6281_device* dev = &m_VD6281Device[0];
-  return dev->state != VD6281_STATE_NONE ? dev : nullptr;
+  return spectral::state_of(dev) != VD6281_STATE_NONE ? dev : nullptr;
 }
 
 void SpectralSensorDevice::setup_device(VD6281_device* dev) {

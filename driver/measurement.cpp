@@ -18,6 +18,7 @@ using spectral::kOk;
 using spectral::kRefusedRunning;
 using spectral::kUnsupported;
 using spectral::read_register;
+using spectral::set_state;
 using spectral::update_register;
 using spectral::write_register;
 
@@ -202,7 +203,7 @@ int SpectralSensorDevice::start_als(VD6281_device* dev, unsigned char channels, 
     dev_disable_channels_for_mode(dev, mode);
     return status;
   }
-  dev->state = dev->state == VD6281_STATE_IDLE ? VD6281_STATE_ALS : VD6281_STATE_ALS_AND_FLICKER;
+  set_state(dev, dev->state == VD6281_STATE_IDLE ? VD6281_STATE_ALS : VD6281_STATE_ALS_AND_FLICKER);
   dev->als_mode = mode;
   return kOk;
 }
@@ -211,7 +212,7 @@ int SpectralSensorDevice::stop_als(VD6281_device* dev, unsigned int mode) {
   if (!als_runs(dev) || dev->als_mode != mode) return kNotRunning;
   if (int status = write_register(dev, reg::kMeasurement, reg::kStop)) return status;
   if (int status = dev_disable_channels_for_mode(dev, mode)) return status;
-  dev->state = dev->state == VD6281_STATE_ALS ? VD6281_STATE_IDLE : VD6281_STATE_FLICKER;
+  set_state(dev, dev->state == VD6281_STATE_ALS ? VD6281_STATE_IDLE : VD6281_STATE_FLICKER);
   return kOk;
 }
 
@@ -231,8 +232,8 @@ int SpectralSensorDevice::start_flicker(VD6281_device* dev, unsigned char channe
     dev_disable_channels_for_mode(dev, VD6281_MODE_FLICKER);
     return status;
   }
-  dev->state =
-      dev->state == VD6281_STATE_IDLE ? VD6281_STATE_FLICKER : VD6281_STATE_ALS_AND_FLICKER;
+  set_state(dev,
+            dev->state == VD6281_STATE_IDLE ? VD6281_STATE_FLICKER : VD6281_STATE_ALS_AND_FLICKER);
   return kOk;
 }
 
@@ -242,7 +243,7 @@ int SpectralSensorDevice::stop_flicker(VD6281_device* dev) {
   if (int status = update_register(dev, reg::kFlickerControl, reg::kFlickerRun, 0)) return status;
   disable_flicker_output_mode(dev);
   dev_disable_channels_for_mode(dev, VD6281_MODE_FLICKER);
-  dev->state = dev->state == VD6281_STATE_FLICKER ? VD6281_STATE_IDLE : VD6281_STATE_ALS;
+  set_state(dev, dev->state == VD6281_STATE_FLICKER ? VD6281_STATE_IDLE : VD6281_STATE_ALS);
   return kOk;
 }
 

@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "driver/detector_result.h"
+#include "driver/flag.h"
 #include "driver/status.h"
 #include "flicker/analysis_library.h"
 #include "flicker/result_tracking.h"
@@ -50,7 +51,7 @@ constexpr std::chrono::milliseconds kProbeTime{1};
 template <typename Service, typename Read>
 bool poll_saturation(Service* service, Read read) {
   for (int i = 0; i < kSaturationPolls; ++i) {
-    if (service->m_flkEnableFlag.load(std::memory_order_relaxed) == 0) return false;
+    if (!is_set(service->m_flkEnableFlag)) return false;
     int value = 0;
     if (!read(&value)) return false;
     if (service->m_flk_ag_mtx.try_lock_for(kProbeTime)) service->m_flk_ag_mtx.unlock();
@@ -94,9 +95,7 @@ int measure_flicker(Service* service, const char* log_tag, FlickerResult* result
   std::memset(service->m_flkSamples, 0, sizeof service->m_flkSamples);
 
   service->StartExpFLK_AutoGain();
-  const auto abandoned = [service] {
-    return service->m_flkEnableFlag.load(std::memory_order_relaxed) == 0;
-  };
+  const auto abandoned = [service] { return !is_set(service->m_flkEnableFlag); };
   const bool abandoned_before = abandoned();
   if (!abandoned_before) service->ReadFLKData(kCaptureMs, service->m_flkRawData);
   service->StopExpFLK();

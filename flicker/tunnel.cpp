@@ -8,6 +8,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "driver/flag.h"
 #include "driver/nodes.h"
 #include "driver/register_access.h"
 #include "driver/status.h"
@@ -81,9 +82,9 @@ class Gatherer {
  public:
   static constexpr char kName[] = "VD6281_GetFlickerDataBuffer";
 
-  Gatherer(VD6281_device* dev, const SpectralFlag& enabled) : m_dev(dev), m_enabled(enabled) {}
+  Gatherer(VD6281_device* dev, const std::uint8_t& enabled) : m_dev(dev), m_enabled(enabled) {}
 
-  bool goes_on() const { return m_enabled.load(std::memory_order_relaxed) != 0; }
+  bool goes_on() const { return spectral::is_set(m_enabled); }
   bool may_read() const {
     if (m_dev->tun_dev != nullptr) return true;
     SPECTRAL_LOG_ERROR(kDriverTag, "%s:tun_dev is null (possibly device FW crash)", kName);
@@ -104,7 +105,7 @@ class Gatherer {
 
  private:
   VD6281_device* m_dev;
-  const SpectralFlag& m_enabled;
+  const std::uint8_t& m_enabled;
 };
 
 class Dumper {

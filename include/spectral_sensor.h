@@ -187,8 +187,8 @@ class SPECTRAL_EXPORT SpectralSensor {
   std::int32_t m_flkRefCount = 0;                                       ///< Flicker clients.
   std::int32_t m_alsRefCount = 0;                                       ///< Ambient-light clients.
   std::uint8_t m_alsAeEnable = 1;    ///< Process(1) runs the auto-exposure capture.
-  SpectralFlag m_alsEnableFlag{1};   ///< 0 abandons ambient-light captures.
-  SpectralFlag m_flkEnableFlag{1};   ///< 0 abandons flicker captures.
+  std::uint8_t m_alsEnableFlag = 1;  ///< 0 abandons ambient-light captures.
+  std::uint8_t m_flkEnableFlag = 1;  ///< 0 abandons flicker captures.
   std::uint8_t m_powered = 0;        ///< 1 after the power was switched on.
   std::mutex m_flk_data_mtx;         ///< Held while a tunnel is captured.
   std::mutex m_flk_lib_mtx;          ///< Of the analysis library and its fields.

@@ -4,7 +4,6 @@
 /// The driver of the VD6281 spectral sensor with the process-wide sensor service on top of it, and
 /// what they share with the layered service.
 
-#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -12,11 +11,6 @@
 #include "spectral_export.h"
 #include "spectral_types.h"
 #include "vd6281.h"
-
-/// A byte that another thread may write while a capture reads it.
-using SpectralFlag = std::atomic<std::uint8_t>;
-static_assert(sizeof(SpectralFlag) == 1 && SpectralFlag::is_always_lock_free,
-              "the enable flags are plain bytes to the embedding process");
 
 /// FlickerCreate of the flicker-analysis library: makes an instance; called with null and 0.
 using FlickerCreateFn = void* (*)(void* config, std::int32_t flags);
@@ -564,8 +558,8 @@ class SPECTRAL_EXPORT SpectralSensorDevice {
   std::int32_t m_alsRefCount = 0;                                       ///< Ambient-light clients.
   std::uint8_t m_alsAeEnable = 1;        ///< Process(1) runs the auto-exposure capture.
   std::uint64_t m_flkCaptureTimeNs = 0;  ///< Start of the last flicker capture, since boot.
-  SpectralFlag m_alsEnableFlag{1};       ///< 0 abandons ambient-light captures.
-  SpectralFlag m_flkEnableFlag{1};       ///< 0 abandons flicker captures.
+  std::uint8_t m_alsEnableFlag = 1;      ///< 0 abandons ambient-light captures.
+  std::uint8_t m_flkEnableFlag = 1;      ///< 0 abandons flicker captures.
   std::uint8_t m_powered = 0;            ///< Last value that VD6281_Enable wrote.
   std::mutex m_flk_data_mtx;             ///< Held while a tunnel is captured.
   std::mutex m_flk_lib_mtx;              ///< Of the analysis library and its fields.

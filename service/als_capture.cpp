@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "driver/channel.h"
+#include "driver/flag.h"
 #include "driver/quantisation.h"
 #include "driver/register_access.h"
 #include "driver/state.h"
@@ -49,7 +50,8 @@ void store_measurement(const VD6281_Als_t& values, const SpectralSensorDevice& s
   float gain[reg::kChannels] = {};
   std::copy(std::begin(sensor.m_alsConfig.gainCode), std::end(sensor.m_alsConfig.gainCode), gain);
   const float smallest = spectral::smallest_gain(values.channels, gain, kHighestGainCode);
-  const std::uint32_t* count = sensor.m_calibrationValid != 0 ? values.raw_count : values.count;
+  const std::uint32_t* count =
+      spectral::is_set(sensor.m_calibrationValid) ? values.raw_count : values.count;
   for (int n = 0; n < reg::kChannels; ++n) {
     const std::uint32_t scaled = spectral::scale_count(count[n], gain[n] / smallest);
     result->value[n] = static_cast<float>(scaled) * spectral::kUnitOfLastPlace;

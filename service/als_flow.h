@@ -9,6 +9,7 @@
 #include <mutex>
 #include <thread>
 
+#include "driver/flag.h"
 #include "driver/status.h"
 #include "platform/log.h"
 #include "service/auto_exposure.h"
@@ -47,7 +48,7 @@ inline int answer_stop(int status, const char* log_tag) {
 // `enabled` is cleared, which is not an error. `read(&ready)` reads once; a failure of it is logged
 // where there is no waiting. Returns 0 or -22.
 template <typename Read>
-int read_when_ready(bool wait, const SpectralFlag& enabled, const char* log_tag,
+int read_when_ready(bool wait, const std::uint8_t& enabled, const char* log_tag,
                     std::uint32_t channels, bool* ready, Read read) {
   for (int passes = wait ? kReadyPolls : 1; passes > 0; --passes) {
     if (int status = read(ready)) {
@@ -60,15 +61,15 @@ int read_when_ready(bool wait, const SpectralFlag& enabled, const char* log_tag,
     }
     if (*ready || !wait) break;
     std::this_thread::sleep_for(kPollPause);
-    if (enabled.load(std::memory_order_relaxed) == 0) break;
+    if (!is_set(enabled)) break;
   }
   return *ready || wait ? kOk : kFailed;
 }
 
 // Sleeps until the exposure has ended or `enabled` is cleared.
-inline void wait_for_exposure(std::uint32_t exposure_us, const SpectralFlag& enabled,
+inline void wait_for_exposure(std::uint32_t exposure_us, const std::uint8_t& enabled,
                               std::mutex* mutex, std::condition_variable* wake) {
-  const auto aborted = [&enabled] { return enabled.load(std::memory_order_relaxed) == 0; };
+  const auto aborted = [&enabled] { return !is_set(enabled); };
   std::unique_lock<std::mutex> lock(*mutex);
   if (aborted()) return;
   const std::chrono::milliseconds duration(exposure_us / 1000 + kReadOutTimeMs);

@@ -4,6 +4,7 @@
 #include <limits>
 #include <string>
 
+#include "driver/flag.h"
 #include "driver/register_map.h"
 #include "platform/android.h"
 
@@ -41,7 +42,7 @@ bool read_factory_file(unsigned short* readings) {
 }
 
 int prepare_calibration(const CalibrationFields& calibration) {
-  calibration.valid = 0;
+  set_flag(&calibration.valid, false);
   calibration.model = find_model();
   if (calibration.model == kUnknownModel) return 0;
   unsigned short readings[reg::kChannels] = {};
@@ -51,16 +52,20 @@ int prepare_calibration(const CalibrationFields& calibration) {
 }
 
 void compute_factors(const unsigned short* readings, const CalibrationFields& calibration) {
-  calibration.valid = readings != nullptr && is_model(calibration.model) ? 1 : 0;
-  if (calibration.valid == 0) return;
+  if (readings == nullptr || !is_model(calibration.model)) {
+    set_flag(&calibration.valid, false);
+    return;
+  }
   for (int n = 0; n < reg::kChannels; ++n) {
     calibration.factor[n] = calibration_factor(calibration.model, n, readings[n]);
   }
+  set_flag(&calibration.valid,
+           true);  // last: a capture of the other mode's client may run meanwhile
 }
 
 ALSResult calibrated(const ALSResult& raw, const CalibrationFields& calibration) {
   ALSResult result = raw;
-  if (calibration.valid == 0) return result;
+  if (!is_set(calibration.valid)) return result;
   for (int n = 0; n < reg::kChannels; ++n) {
     result.value[n] = calibrate(raw.value[n], calibration.factor[n]);
   }

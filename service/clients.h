@@ -2,9 +2,9 @@
 
 // How both services count their clients, and what the counts bring about.
 
-#include <atomic>
 #include <mutex>
 
+#include "driver/flag.h"
 #include "driver/status.h"
 #include "platform/log.h"
 #include "spectral_types.h"
@@ -37,7 +37,7 @@ int add_client(Service* service, int mode, const char* log_tag, BringUp bring_up
       return kFailed;
     }
   }
-  if (result == kOk && service->m_calibrationValid == 0) service->PrepareCalibrationData();
+  if (result == kOk && !is_set(service->m_calibrationValid)) service->PrepareCalibrationData();
   return result;
 }
 
@@ -66,8 +66,7 @@ void remove_client(Service* service, int mode, StopAls stop_als, StopFlicker sto
 template <typename Service>
 void set_enable_flag(Service* service, int which, bool enable) {
   const bool als = which == SPECTRAL_MODE_ALS;
-  auto& flag = als ? service->m_alsEnableFlag : service->m_flkEnableFlag;
-  flag.store(enable ? 1 : 0, std::memory_order_relaxed);
+  set_flag(als ? &service->m_alsEnableFlag : &service->m_flkEnableFlag, enable);
   if (als && !enable) service->m_als_cv.notify_all();
 }
 

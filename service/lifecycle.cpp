@@ -74,10 +74,10 @@ void SpectralSensorDevice::Uninit(int mode) {
   spectral::remove_client(
       this, mode,
       [this, dev](int) {
-        if (dev->state != VD6281_STATE_NONE) stop_als(dev, VD6281_MODE_ALS_SINGLE_SHOT);
+        if (get_active_device() != nullptr) stop_als(dev, VD6281_MODE_ALS_SINGLE_SHOT);
       },
       [this, dev](int) {
-        if (dev->state != VD6281_STATE_NONE) stop_flicker(dev);
+        if (get_active_device() != nullptr) stop_flicker(dev);
       },
       [this] { tear_down(this); });
 }

@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "driver/flag.h"
 #include "spectral_sensor.h"
 
 namespace spectralsensorctl {
@@ -66,9 +67,9 @@ class InterruptGuard {
 template <typename Service>
 void stop_captures() {
   if (Service* service = Service::m_pInstance) {
-    service->m_alsEnableFlag.store(0, std::memory_order_relaxed);
-    service->m_flkEnableFlag.store(0, std::memory_order_relaxed);
-    driver_of(service)->m_flkEnableFlag.store(0, std::memory_order_relaxed);  // of the tunnel
+    spectral::set_flag(&service->m_alsEnableFlag, false);
+    spectral::set_flag(&service->m_flkEnableFlag, false);
+    spectral::set_flag(&driver_of(service)->m_flkEnableFlag, false);  // of the tunnel
   }
 }
 
