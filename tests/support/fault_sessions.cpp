@@ -1,0 +1,317 @@
+#include "tests/support/fault_sessions.h"
+
+#include <cstdint>
+#include <cstdio>
+
+#include "ambient_light_sensor.h"
+#include "flicker_sensor.h"
+#include "platform/android.h"
+#include "spectral_sensor.h"
+#include "spectral_sensor_device.h"
+
+namespace sweep {
+
+namespace {
+
+using spectralsim::Phone;
+
+constexpr int kAls = SPECTRAL_MODE_ALS;
+constexpr int kFlicker = SPECTRAL_MODE_FLICKER;
+constexpr std::uint32_t kShortExposureUs = 16000;  // to be polled for each millisecond
+
+SpectralSensorDevice* driver_of(SpectralSensorDevice* sensor) { return sensor; }
+SpectralSensorDevice* driver_of(SpectralSensor* sensor) { return sensor->m_device; }
+
+void tell(const char* operation, long status) {
+  __android_log_print(spectral::kLogInfo, kClientTag, "%s = %ld", operation, status);
+}
+
+void tell_value(const char* what, long value) {
+  __android_log_print(spectral::kLogInfo, kClientTag, "%s: %ld", what, value);
+}
+
+void pause_ms(Phone* phone, std::int64_t duration_ms) {
+  phone->clock().sleep_ns(duration_ms * spectralsim::kNsPerMs);
+}
+
+// A user of a service; time stamps are told as from its beginning.
+template <typename Service>
+class User {
+ public:
+  explicit User(Phone* phone)
+      : m_start_ns(static_cast<std::uint64_t>(android::elapsedRealtimeNano())),
+        m_phone(phone),
+        m_service(Service::Create()) {
+    tell("Create", m_service != nullptr ? 0 : -1);
+  }
+  ~User() {
+    Service::Destroy();
+    tell("Destroy", 0);
+  }
+  User(const User&) = delete;
+  User& operator=(const User&) = delete;
+
+  Phone* phone() { return m_phone; }
+  Service* service() { return m_service; }
+  SpectralSensorDevice* driver() { return driver_of(m_service); }
+
+  void init(int mode) { tell("Init", m_service->Init(mode)); }
+  void uninit(int mode) {
+    m_service->Uninit(mode);
+    tell("Uninit", 0);
+  }
+
+  void process(int mode) {
+    SpectralSensorOutput output = {};
+    tell("Process", m_service->Process(mode, &output));
+    mode == kAls ? tell_result(output.als) : tell_result(output.flicker);
+  }
+
+  void tell_result(const ALSResult& als) {
+    __android_log_print(spectral::kLogInfo, kClientTag, "als %d %x %a %a %a %a %a %a %a %a %llu",
+                        als.valid, als.channelMask, als.value[0], als.value[1], als.value[2],
+                        als.value[3], als.value[4], als.value[5], als.exposureMs, als.gain,
+                        since_start(als.timestamp));
+  }
+  void tell_result(const FlickerResult& flicker) {
+    __android_log_print(spectral::kLogInfo, kClientTag,
+                        "flicker %d %x %u:%u %u:%u %u:%u %u:%u %a %llu", flicker.valid,
+                        flicker.channel, flicker.freq_a, flicker.strength_a, flicker.freq_b,
+                        flicker.strength_b, flicker.dominant_freq, flicker.dominant_strength,
+                        flicker.secondary_freq, flicker.secondary_strength, flicker.gain,
+                        since_start(flicker.timestamp_ns));
+  }
+
+ private:
+  unsigned long long since_start(std::uint64_t time_ns) const {
+    return time_ns != 0 ? time_ns - m_start_ns : 0;
+  }
+
+  std::uint64_t m_start_ns;
+  Phone* m_phone;
+  Service* m_service;
+};
+
+template <typename Service>
+void bring_up(Phone* phone) {
+  User<Service> user(phone);
+  user.init(kAls);
+  user.init(kFlicker);
+  user.init(kAls);
+  unsigned char id = 0;
+  unsigned char revision = 0;
+  char* uid = nullptr;
+  bool powered = false;
+  tell("GetProductVersion", user.driver()->VD6281_GetProductVersion(&id, &revision));
+  tell("GetUid", user.driver()->VD6281_GetUid(&uid));
+  tell("CheckEnableStatus", user.driver()->VD6281_CheckEnableStatus(&powered));
+  user.uninit(kAls);
+  user.uninit(kFlicker);
+  user.uninit(kAls);
+}
+
+template <typename Service>
+void als_default(Phone* phone) {
+  User<Service> user(phone);
+  user.service()->m_alsAeEnable = 0;
+  user.service()->m_alsConfig.exposureTime = kShortExposureUs;
+  user.init(kAls);
+  for (int i = 0; i < 2; ++i) user.process(kAls);
+  user.uninit(kAls);
+}
+
+template <typename Service>
+void als_auto_exposure(Phone* phone) {
+  User<Service> user(phone);
+  user.init(kAls);
+  for (int i = 0; i < 3; ++i) user.process(kAls);
+  user.uninit(kAls);
+}
+
+template <typename Service>
+void calibrated_als(Phone* phone) {
+  phone->model("tamberlo").factory_file("\n\n\n\n\n\n1764\n3021\n1240\n8113\n0\n6350\n6511\n");
+  User<Service> user(phone);
+  user.init(kAls);
+  tell_value("calibrated", user.service()->m_calibrationValid);
+  user.process(kAls);
+  user.service()->m_alsAeEnable = 0;
+  user.service()->m_alsConfig.exposureTime = kShortExposureUs;
+  user.process(kAls);
+  user.uninit(kAls);
+}
+
+template <typename Service>
+void flicker(Phone* phone) {
+  User<Service> user(phone);
+  user.init(kFlicker);
+  for (int i = 0; i < 2; ++i) user.process(kFlicker);
+  user.uninit(kFlicker);
+}
+
+// The chip's detector has its answer ready: one of 250 Hz.
+void let_detector_answer(Phone* phone) {
+  phone->chip().pin(0x35, 0x3F).pin(0x36, 0xC0).pin(0x37, 0xFF).pin(0x38, 0x00).pin(0x39, 0x0C);
+}
+
+template <typename Service>
+void als_beside_flicker(Phone* phone) {
+  let_detector_answer(phone);
+  User<Service> user(phone);
+  user.init(kAls);
+  user.init(kFlicker);
+  tell("StartExpFLK", user.service()->StartExpFLK());
+  user.process(kAls);
+  FlickerResult result = {};
+  tell("ReadFLK", user.service()->ReadFLK(&result));
+  user.tell_result(result);
+  tell("StopExpFLK", user.service()->StopExpFLK());
+  user.uninit(kFlicker);
+  user.uninit(kAls);
+}
+
+template <typename Service>
+void reset(Phone* phone) {
+  User<Service> user(phone);
+  user.init(kAls);
+  user.process(kAls);
+  tell("ResetDevice", user.service()->ResetDevice());
+  user.init(kAls);
+  user.uninit(kAls);
+  user.init(kAls);
+  user.process(kAls);
+  user.uninit(kAls);
+}
+
+// What stands around the driver's operations where no service does.
+class BareDriver : public User<SpectralSensorDevice> {
+ public:
+  explicit BareDriver(Phone* phone) : User(phone) {
+    tell("Enable", driver()->VD6281_Enable(true));
+    tell("VD6281_Init", driver()->VD6281_Init());
+  }
+  ~BareDriver() {
+    tell("Term", driver()->VD6281_Term());
+    tell("Enable", driver()->VD6281_Enable(false));
+  }
+};
+
+void detector(Phone* phone) {
+  let_detector_answer(phone);
+  BareDriver user(phone);
+  VD6281_FlickerInfo_t info = {};
+  tell("GetFlickerFrequency_Ref", user.driver()->VD6281_GetFlickerFrequency_Ref(&info, 1));
+  tell_value("frequency", info.frequency);
+}
+
+void wrapped_als(Phone* phone) {
+  BareDriver user(phone);
+  AmbientLightSensor als;
+  unsigned int applied = 0;
+  tell("SetSamplingPeriod", als.SetSamplingPeriod(205000, &applied));
+  for (const auto mode : {SPECTRAL_ALS_SYNCHRONOUS, SPECTRAL_ALS_SINGLE_SHOT}) {
+    ALSConfig config;
+    tell("SetExposureTime", als.SetExposureTime(100000, &config.exposureTime));
+    tell("SetGain", als.SetGain(VD6281_CHANNEL_1, 2.5f, &config.channelGain[0]));
+    tell("StartAls", als.Enable(true, mode));
+    pause_ms(phone, 500);
+    ALSResult result = {};
+    tell("GetAlsValues", als.GetAlsValues(config, &result));
+    user.tell_result(result);
+    tell("StopAls", als.Enable(false, mode));
+  }
+}
+
+void wrapped_flicker(Phone* phone) {
+  let_detector_answer(phone);
+  BareDriver user(phone);
+  FlickerSensor flicker;
+  float gain = 0.0f;
+  unsigned short saturation = 0;
+  static unsigned char data[1600];
+  Spectral_FlickerInfo_t info = {};
+  tell("SetPedestal", flicker.SetPedestal(3));
+  tell("SetFlickerChannelMask", flicker.SetFlickerChannelMask(VD6281_CHANNEL_6));
+  tell("SetGain", flicker.SetGain(VD6281_CHANNEL_6, 2.5f, &gain));
+  tell("StartFlicker", flicker.Enable(true));
+  tell("GetSaturationValue", flicker.GetSaturationValue(&saturation));
+  tell("GetFlickerData", flicker.GetFlickerData(sizeof data, data));
+  tell("GetFlickerFrequency", flicker.GetFlickerFrequency(&info));
+  tell_value("frequency", info.frequency);
+  tell("StopFlicker", flicker.Enable(false));
+}
+
+void controls(Phone* phone) {
+  BareDriver user(phone);
+  SpectralSensorDevice* driver = user.driver();
+  struct Setting {
+    VD6281_Control_Id_t id;
+    unsigned int value;
+  };
+  for (const Setting& setting :
+       {Setting{VD6281_CONTROL_PEDESTAL_ENABLE, 1}, Setting{VD6281_CONTROL_PEDESTAL_VALUE, 5},
+        Setting{VD6281_CONTROL_OUTPUT_DARK_ENABLE, 1}, Setting{VD6281_CONTROL_SDA_DRIVE_VALUE, 8},
+        Setting{VD6281_CONTROL_OTP_USAGE_ENABLE, 0}, Setting{VD6281_CONTROL_WA_STATUS, 460857}}) {
+    unsigned int value = setting.value;
+    tell("SetControl", driver->VD6281_SetControl(setting.id, setting.value));
+    tell("GetControl", driver->VD6281_GetControl(setting.id, &value));
+  }
+  unsigned int period = 0;
+  unsigned char bytes[4] = {};
+  tell("SetSamplingPeriod", driver->VD6281_SetInterMeasurementTime(0, &period));
+  tell("GetInterMeasurementTime", driver->VD6281_GetInterMeasurementTime(&period));
+  tell("RdMultipleBytes", driver->VD6281_RdMultipleBytes(0xFE, bytes, 4));
+  tell("StartAls", driver->VD6281_Start(VD6281_MODE_ALS_SINGLE_SHOT, 0x3F));
+  pause_ms(phone, 500);
+  VD6281_Als_t values = {};
+  unsigned char ready = 0;
+  tell("GetAlsValues", driver->VD6281_GetAlsValues_Ref(0x3F, &values, &ready));
+  tell_value("count", values.count[0]);
+  tell("StopAls", driver->VD6281_Stop(VD6281_MODE_ALS_SINGLE_SHOT));
+}
+
+void dump(Phone* phone) {
+  User<SpectralSensorDevice> user(phone);
+  user.init(kFlicker);
+  tell("StartExpFLK", user.service()->StartExpFLK());
+  tell("QuilInit", user.driver()->VD6281_QuilInit());
+  tell("QuilTunnelSetup", user.driver()->VD6281_QuilTunnelSetup());
+  tell("QuilResetRdBuf", user.driver()->VD6281_QuilResetRdBuf());
+  tell("QuilDump", user.driver()->VD6281_QuilDumpFlickerDataToFile(500));
+  tell("QuilTunnelTerminate", user.driver()->VD6281_QuilTunnelTerminate());
+  tell_value("dumped", static_cast<long>(phone->dumped(spectralsim::Node::kUnparsedFile).size()));
+  tell("StopExpFLK", user.service()->StopExpFLK());
+  user.uninit(kFlicker);
+}
+
+template <typename Service>
+void add_all_of(const std::string& facade, std::vector<Session>* all) {
+  all->push_back({facade + " bring-up", bring_up<Service>});
+  all->push_back({facade + " ALS default", als_default<Service>});
+  all->push_back({facade + " ALS auto-exposure", als_auto_exposure<Service>});
+  all->push_back({facade + " calibrated ALS", calibrated_als<Service>});
+  all->push_back({facade + " flicker", flicker<Service>});
+  all->push_back({facade + " ALS beside flicker", als_beside_flicker<Service>});
+  all->push_back({facade + " reset", reset<Service>});
+}
+
+std::vector<Session> make_sessions() {
+  std::vector<Session> all;
+  add_all_of<SpectralSensorDevice>("device", &all);
+  add_all_of<SpectralSensor>("layered", &all);
+  all.push_back({"driver detector", detector});
+  all.push_back({"driver controls", controls});
+  all.push_back({"driver dump", dump});
+  all.push_back({"wrapper AmbientLightSensor", wrapped_als});
+  all.push_back({"wrapper FlickerSensor", wrapped_flicker});
+  return all;
+}
+
+}  // namespace
+
+const std::vector<Session>& sessions() {
+  static const std::vector<Session> all = make_sessions();
+  return all;
+}
+
+}  // namespace sweep
