@@ -42,6 +42,7 @@ const std::map<std::string, Promise> kPromises = {
     {"Init", {{0, -17, -22}, kNothing, true, "Init: "}},
     {"Uninit", {{0}}},
     {"Process", {{0, -22}}},
+    {"Stop", {{0, -22}, kNothing, false, "StopExp"}},  // of a capture's measurement
     {"StartExpFLK", {{0, -22}, kNothing, false, "StartExpFLK: "}},
     {"StopExpFLK", {{0, -22}, kNothing, false, "StopExpFLK: "}},
     {"ReadFLK", {{0, -22}, kNothing, true, "ReadFLK: "}},
@@ -196,7 +197,9 @@ Lines messages_of(const Event& event) {
                                              : "/data/unparsed_flicker_data")};
     case Node::kAnalysisLibrary:
       return {"log E SERVICE: check_dl_error: dlerror *",
-              "log E SERVICE: LoadFlickerLibrary: error opening libzelk_flicker.so!"};
+              "log E SERVICE: LoadFlickerLibrary: error opening libzelk_flicker.so!",
+              "log E SERVICE: UnloadFlickerLibrary: Error library handle == NULL!",
+              "log E SERVICE: Init: Failed to load flicker library, error code 0"};
     case Node::kDevice:
     case Node::kReadByte:
     case Node::kWriteByte:

@@ -63,7 +63,11 @@ class User {
 
   void process(int mode) {
     SpectralSensorOutput output = {};
-    tell("Process", m_service->Process(mode, &output));
+    const std::uint32_t before = state();
+    const int status = m_service->Process(mode, &output);
+    const bool stopped = state() == before || state() <= VD6281_STATE_IDLE;
+    tell("Stop", stopped ? 0 : -22);  // said by the library, where it did not go well
+    tell("Process", status);
     mode == kAls ? tell_result(output.als) : tell_result(output.flicker);
   }
 
@@ -83,6 +87,8 @@ class User {
   }
 
  private:
+  static std::uint32_t state() { return SpectralSensorDevice::m_VD6281Device[0].state; }
+
   unsigned long long since_start(std::uint64_t time_ns) const {
     return time_ns != 0 ? time_ns - m_start_ns : 0;
   }
