@@ -83,8 +83,8 @@ class Session {
     for (const int mode : {kAls, kFlicker}) {
       while (m_clients[mode] > 0) leave(mode);
     }
+    m_phone->clock().sleep_ns(5000 * spectralsim::kNsPerMs);  // no abort outlives the service
     Service::Destroy();
-    m_phone->clock().sleep_ns(5000 * spectralsim::kNsPerMs);  // no abort outlives its session
     require(m_phone->open_descriptors() == 0 && !m_phone->chip().powered(), "all is closed");
   }
 

@@ -122,7 +122,7 @@ void als_default(Phone* phone) {
   user.service()->m_alsAeEnable = 0;
   user.service()->m_alsConfig.exposureTime = kShortExposureUs;
   user.init(kAls);
-  for (int i = 0; i < 2; ++i) user.process(kAls);
+  for (int i = 0; i < 3; ++i) user.process(kAls);
   user.uninit(kAls);
 }
 
