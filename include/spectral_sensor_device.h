@@ -82,7 +82,8 @@ static_assert(sizeof(FlickerTrack) == 17 * sizeof(std::uint32_t), "seventeen wor
 ///
 /// Threads. Any thread may call any operation. Create and Destroy exclude each other, so do Init
 /// and Uninit, and SetEnableFlag may come at any time. Nothing else locks: measurements, of either
-/// mode, are one at a time, and neither Init, Uninit, ResetDevice nor Destroy may run during one.
+/// mode, are one at a time. During one, clients of the other mode may come and go, and further ones
+/// of its own may come; its last Uninit, ResetDevice and Destroy have to wait for its end.
 class SPECTRAL_EXPORT SpectralSensorDevice {
  public:
   /// An object with the defaults stated at the fields below. Clients use Create.
