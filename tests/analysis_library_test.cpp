@@ -107,7 +107,7 @@ TEST_F(AnalysisLibrary, ReportsAndClosesOnADlError) {
   dlerror();
   EXPECT_EQ(sensor->check_dl_error(), 0);
   EXPECT_NE(sensor->m_flickerLibHandle, nullptr);
-  dlsym(sensor->m_flickerLibHandle, "NoSuchSymbol");
+  EXPECT_EQ(dlsym(sensor->m_flickerLibHandle, "NoSuchSymbol"), nullptr);
   phone.clear_trace();
   EXPECT_EQ(sensor->check_dl_error(), -22);
   EXPECT_EQ(sensor->m_flickerLibHandle, nullptr);

@@ -27,9 +27,8 @@ TEST(AutoExposureRule, LooksGainsUpDownward) {
   EXPECT_EQ(spectral::look_up_gain(200.0f, 0, 12), 33.0f);
   EXPECT_EQ(spectral::look_up_gain(1.0f, 3, 3), 1.25f);
   EXPECT_EQ(spectral::look_up_gain(std::nanf(""), 0, 15), 0.71f);
-  for (int i = 0; i < spectral::kAlsGains; ++i) {
-    EXPECT_EQ(spectral::look_up_gain(spectral::kAlsGainTable[i], 0, 15),
-              spectral::kAlsGainTable[i]);
+  for (const float gain : spectral::kAlsGainTable) {
+    EXPECT_EQ(spectral::look_up_gain(gain, 0, 15), gain);
   }
 }
 

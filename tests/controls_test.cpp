@@ -83,7 +83,9 @@ TEST_F(Controls, SwitchTheDarkOutput) {
 TEST_F(Controls, SetTheDriveStrengthInSteps) {
   bring_up();
   EXPECT_THAT(events_of([&] {
-                for (const unsigned int bad : {0u, 6u, 24u, 0x80000004u}) EXPECT_EQ(set(4, bad), 1);
+                for (const unsigned int bad : {0u, 6u, 24u, 0x80000004u}) {
+                  EXPECT_EQ(set(4, bad), 1);
+                }
               }),
               IsEmpty());
   phone.chip().write(0x3C, 0xF9);

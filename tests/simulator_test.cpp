@@ -29,7 +29,6 @@ namespace reg = spectral::reg;
 using spectralsim::Chip;
 using spectralsim::Fault;
 using spectralsim::Light;
-using spectralsim::Node;
 using spectralsim::Scene;
 using ::testing::ElementsAre;
 

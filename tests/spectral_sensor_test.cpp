@@ -324,7 +324,7 @@ TEST_F(BothServices, LeaveNothingBehindWhateverTheOrder) {
           if (clients[0][mode] > 0) device->Uninit(mode), --clients[0][mode];
           break;
         case 4:
-          if (clients[1][mode] > 0) service->Uninit(mode), --clients[1][mode];
+          if (service != nullptr && clients[1][mode] > 0) service->Uninit(mode), --clients[1][mode];
           break;
         default:
           device->Process(1, &output);
