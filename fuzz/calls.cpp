@@ -162,7 +162,7 @@ void capture_by_hand(Caller* c) {
 
 void read_registers(Caller* c) {
   const unsigned char address = c->in->byte();
-  const int count = c->in->take<std::int8_t>();
+  const int count = static_cast<int>(c->in->take<std::uint8_t>()) - 128;
   std::vector<unsigned char> data(count > 0 ? static_cast<std::size_t>(count) : 1);
   c->bench->device->VD6281_RdMultipleBytes(address, data.data(), count);
 }

@@ -27,7 +27,8 @@ constexpr std::uint32_t kGarbage = 0xA5A5A500;  // only the low byte is the regi
 
 class Answers {
  public:
-  Answers(std::string otp, Input* rest, bool whole) : m_otp(otp), m_rest(rest), m_whole(whole) {
+  Answers(std::string otp, Input* rest, bool whole)
+      : m_otp(std::move(otp)), m_rest(rest), m_whole(whole) {
     m_otp.resize(2 * reg::kOtpBankRegisters);
   }
 

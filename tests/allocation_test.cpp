@@ -1,48 +1,8 @@
 // No capture allocates once Init has returned.
 
-#include <atomic>
-#include <cstddef>
-
 #include "spectral_sensor.h"
+#include "tests/support/heap.h"
 #include "tests/support/sensor_test.h"
-
-// For every library of the process.
-#define STANDS_FOR_LIBC __attribute__((visibility("default")))
-
-extern "C" {
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* old, std::size_t size);
-}
-
-namespace {
-
-std::atomic<int> g_allocations{0};
-
-// The simulator's own do not count.
-void count_one() {
-  if (!spectralsim::Phone::is_inside()) ++g_allocations;
-}
-
-}  // namespace
-
-extern "C" {
-
-STANDS_FOR_LIBC void* malloc(std::size_t size) {
-  count_one();
-  return __libc_malloc(size);
-}
-
-STANDS_FOR_LIBC void* calloc(std::size_t count, std::size_t size) {
-  count_one();
-  return __libc_calloc(count, size);
-}
-
-STANDS_FOR_LIBC void* realloc(void* old, std::size_t size) {
-  count_one();
-  return __libc_realloc(old, size);
-}
-}
 
 namespace {
 
@@ -54,19 +14,19 @@ class Allocation : public SensorTest {
     phone.keep_trace(false);
   }
 
-  int allocations_of_a_capture(int mode = 1) {
-    const int before = g_allocations;
+  long allocations_of_a_capture(int mode = 1) {
+    const long before = heap::allocations();
     sensor->Process(mode, &output);
-    return g_allocations - before;
+    return heap::allocations() - before;
   }
 
   SpectralSensorOutput output = {};
 };
 
 TEST_F(Allocation, IsCounted) {
-  const int before = g_allocations;
+  const long before = heap::allocations();
   const std::string long_text(100, 'x');
-  EXPECT_EQ(g_allocations - before, 1) << long_text;
+  EXPECT_EQ(heap::allocations() - before, 1) << long_text;
 }
 
 TEST_F(Allocation, NoCaptureDoesAny) {
@@ -101,12 +61,12 @@ TEST_F(Allocation, NorDoesTheLayeredService) {
   sensor->Uninit(1);
   layered->Init(1);
   layered->Init(2);
-  int before = g_allocations;
+  long before = heap::allocations();
   layered->Process(1, &output);
-  EXPECT_EQ(g_allocations - before, 0);
-  before = g_allocations;
+  EXPECT_EQ(heap::allocations() - before, 0);
+  before = heap::allocations();
   layered->Process(2, &output);
-  EXPECT_EQ(g_allocations - before, 1) << "the tunnel's buffer";
+  EXPECT_EQ(heap::allocations() - before, 1) << "the tunnel's buffer";
   layered->Uninit(2);
   layered->Uninit(1);
   SpectralSensor::Destroy();

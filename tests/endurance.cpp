@@ -18,7 +18,7 @@
 
 #include "simulator/phone.h"
 #include "spectral_sensor.h"
-#include "tests/support/live_blocks.h"
+#include "tests/support/heap.h"
 
 namespace {
 
@@ -49,7 +49,7 @@ Footprint footprint() {
   long pages = 0;
   statm >> pages >> pages;
   return {pages * (sysconf(_SC_PAGESIZE) / 1024), entries_of("/proc/self/fd"),
-          entries_of("/proc/self/task"), sweep::live_blocks()};
+          entries_of("/proc/self/task"), heap::live_blocks()};
 }
 
 struct Counts {

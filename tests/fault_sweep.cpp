@@ -15,7 +15,7 @@
 #include "tests/support/disturbed_session.h"
 #include "tests/support/fault_rules.h"
 #include "tests/support/fault_sessions.h"
-#include "tests/support/live_blocks.h"
+#include "tests/support/heap.h"
 
 namespace {
 
@@ -85,7 +85,7 @@ class Sweep {
       }
     }
     for (int i = 0; i < kPairs[m_whole ? 1 : 0]; ++i) check_pair(session, cut, reference);
-    const bool is_sanitized = sweep::live_blocks() < 0;  // and maps files of its own
+    const bool is_sanitized = heap::live_blocks() < 0;  // and maps files of its own
     if (!is_sanitized && count_file_mappings() > mappings) {
       report(session, cut, {}, {"file mappings lost"});
     }
@@ -166,7 +166,7 @@ bool checks_can_fail() {
   for (Event& event : wrong) {
     if (event.text == "Init = -22") event.text = "Init = -21";
   }
-  const long blocks = sweep::live_blocks();
+  const long blocks = heap::live_blocks();
   Lines left;
   {
     Phone phone;
@@ -174,7 +174,7 @@ bool checks_can_fail() {
     left = sweep::left_over(phone, phone.chip().powered(), false);
     SpectralSensorDevice::m_pInstance->Uninit(SPECTRAL_MODE_ALS);
   }
-  const bool counts = blocks < 0 || sweep::live_blocks() > blocks;
+  const bool counts = blocks < 0 || heap::live_blocks() > blocks;
   SpectralSensorDevice::Destroy();
   return sweep::broken_rules(trace, {-1}).empty() && !sweep::broken_rules(silent, {-1}).empty() &&
          !sweep::broken_rules(wrong, {-1}).empty() && left.size() >= 4 && counts;

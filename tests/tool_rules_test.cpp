@@ -36,7 +36,7 @@ TEST(AmplitudeSpectrum, GivesEachToneItsAmplitudeAtItsFrequencyAndNothingElse) {
   ASSERT_THAT(amplitudes, SizeIs(1001));
   EXPECT_THAT(amplitudes[120], FloatNear(300.0f, 0.1f));
   EXPECT_THAT(amplitudes[731], FloatNear(40.0f, 0.1f));
-  for (const std::size_t elsewhere : {0, 1, 60, 110, 130, 240, 1000}) {
+  for (const std::size_t elsewhere : {0u, 1u, 60u, 110u, 130u, 240u, 1000u}) {
     EXPECT_LT(amplitudes[elsewhere], 0.1f) << elsewhere;
   }
 }

@@ -84,6 +84,12 @@ std::string describe(const CLI::Option* option) {
          "\n" + wrapped(text, 2 * kIndent) + "\n";
 }
 
+// "spectralsensorctl als": the command with those above it.
+std::string full_name(const CLI::App* app) {
+  const CLI::App* parent = app->get_parent();
+  return parent == nullptr ? app->get_name() : full_name(parent) + " " + app->get_name();
+}
+
 std::string first_line(const std::string& text) { return text.substr(0, text.find('\n')); }
 
 std::string rest(const std::string& text) {
@@ -95,10 +101,7 @@ std::string rest(const std::string& text) {
 
 std::string ManualPage::make_help(const CLI::App* app, std::string, CLI::AppFormatMode) const {
   const std::string about = app->get_description();
-  std::string name = app->get_name();
-  for (const CLI::App* up = app->get_parent(); up != nullptr; up = up->get_parent()) {
-    name = up->get_name() + " " + name;
-  }
+  const std::string name = full_name(app);
   std::string options;
   for (const CLI::Option* option : app->get_options()) options += describe(option);
   if (!options.empty()) options.pop_back();

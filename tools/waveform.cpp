@@ -139,6 +139,7 @@ std::vector<float> amplitude_spectrum(const std::vector<float>& samples) {
   std::vector<kiss_fft_cpx> bins(count / 2 + 1);
   kiss_fftr(plan.get(), windowed.data(), bins.data());
   std::vector<float> amplitudes;
+  amplitudes.reserve(bins.size());
   // Half of the wave is at the negative frequency, and the window takes half of the rest.
   const auto scale = static_cast<float>(4.0 / size);
   for (const kiss_fft_cpx& bin : bins) amplitudes.push_back(std::hypot(bin.r, bin.i) * scale);

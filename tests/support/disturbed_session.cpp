@@ -9,7 +9,7 @@
 
 #include "spectral_sensor.h"
 #include "tests/support/fault_rules.h"
-#include "tests/support/live_blocks.h"
+#include "tests/support/heap.h"
 
 namespace sweep {
 
@@ -172,10 +172,10 @@ Lines left_over(const Phone& phone, bool powered, bool may_stay_on) {
 Lines disturb(const Session& session, Cut cut, const Reference& reference,
               const std::vector<Injection>& injections) {
   const long descriptors = count_descriptors();
-  const long blocks = live_blocks();
+  const long blocks = heap::live_blocks();
   Lines broken = run_disturbed(session, cut, reference, injections);
   if (!broken.empty()) return broken;
-  const long lost = live_blocks() - blocks;
+  const long lost = heap::live_blocks() - blocks;
   const long opened = count_descriptors() - descriptors;
   if (lost != 0) broken.push_back(std::to_string(lost) + " blocks of memory lost");
   if (opened != 0) broken.push_back(std::to_string(opened) + " descriptors lost");

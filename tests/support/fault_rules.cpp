@@ -240,7 +240,7 @@ class Reader {
  private:
   void expect_nothing(const std::string& before) {
     for (const std::string& line : m_expected) {
-      m_broken.push_back("no \"" + line + "\" before " + before);
+      m_broken.push_back(std::string("no \"").append(line).append("\" before ").append(before));
     }
     m_expected.clear();
   }

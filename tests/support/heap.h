@@ -1,9 +1,12 @@
 #pragma once
 
-namespace sweep {
+namespace heap {
 
 // Blocks of memory that the process has and has not given back; -1 under a sanitizer, which has its
 // own allocator and looks for lost blocks itself.
 long live_blocks();
 
-}  // namespace sweep
+// Allocations so far, without the simulator's own; -1 under a sanitizer.
+long allocations();
+
+}  // namespace heap

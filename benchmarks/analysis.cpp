@@ -36,7 +36,7 @@ void bare_transform(benchmark::State& state) {
   }
   kiss_fftr_free(transform);
 }
-BENCHMARK(bare_transform);
+BENCHMARK(bare_transform)->Name("analysis of a second/floor");
 
 void flicker_process(benchmark::State& state) {
   const auto samples = lamp();
@@ -49,8 +49,6 @@ void flicker_process(benchmark::State& state) {
   }
   FlickerDestroy(analysis);
 }
-BENCHMARK(flicker_process);
+BENCHMARK(flicker_process)->Name("analysis of a second/library");
 
 }  // namespace
-
-BENCHMARK_MAIN();

@@ -1,0 +1,149 @@
+#include "benchmarks/floor.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+#include "driver/nodes.h"
+#include "driver/register_map.h"
+#include "flicker/tunnel_packet.h"
+
+namespace bench {
+
+namespace {
+
+using spectralsim::Call;
+using spectralsim::Event;
+using spectralsim::Node;
+
+constexpr std::size_t kSecondOfPayloads = 100;
+
+const char* path_of(Node node) {
+  switch (node) {
+    case Node::kDevice:
+      return spectral::kDevicePath;
+    case Node::kEnable:
+      return spectral::kEnablePath;
+    case Node::kReadByte:
+      return spectral::kReadBytePath;
+    case Node::kWriteByte:
+      return spectral::kWriteBytePath;
+    default:
+      std::fprintf(stderr, "a node that no bare loop opens\n");
+      std::abort();
+  }
+}
+
+}  // namespace
+
+Floor::Floor(const spectralsim::Trace& recorded, Waits waits, std::int64_t exposure_ms)
+    : m_exposure_ms(exposure_ms) {
+  for (const Event& event : recorded) take(event, waits);
+}
+
+void Floor::take(const Event& event, Waits waits) {
+  Step step;
+  step.event = event;
+  if (event.is_register_read()) {
+    const bool looks = event.count == 1 && event.address == spectral::reg::kStatus;
+    step.sleeps = looks && waits == Waits::kPolling && m_looked;
+    step.waits = looks && waits == Waits::kOnce && !m_looked;
+    m_looked = m_looked || looks;
+    step.block.mode = event.count == 1 ? 1 : 0;
+    step.block.count = static_cast<std::uint32_t>(event.count);
+    for (int i = 0; i < event.count; ++i) {
+      step.block.reg[i] = static_cast<std::uint8_t>(event.address + i);
+    }
+  } else if (event.call == Call::kIoctl) {
+    std::sscanf(event.text.c_str(), " %x/%u", &step.words[1], &step.words[3]);
+    step.words[2] = 1;
+  }
+  m_steps.push_back(step);
+}
+
+void Floor::run() {
+  bool tunnel_read = false;
+  for (Step& step : m_steps) {
+    const bool reads_tunnel = step.event.call == Call::kRead && step.event.node == Node::kTunnel;
+    if (reads_tunnel && !tunnel_read) read_tunnel();  // once: stdio's calls are its own
+    tunnel_read = tunnel_read || reads_tunnel;
+    if (!reads_tunnel) issue(&step);
+  }
+}
+
+void Floor::issue(Step* step) {
+  const Event& event = step->event;
+  int& opened = m_fd_of_recorded[static_cast<std::size_t>(event.fd)];
+  const int fd = opened != 0 ? opened : event.fd;
+  switch (event.call) {
+    case Call::kOpen:
+      if (event.node == Node::kTunnel) {
+        m_tunnel = std::fopen(spectral::kTunnelPath, "r");
+        opened = fileno(m_tunnel);
+      } else {
+        const bool both = event.node == Node::kDevice || event.node == Node::kEnable;
+        opened = open(path_of(event.node), both ? O_RDWR : O_WRONLY);
+      }
+      break;
+    case Call::kClose:
+      if (event.node == Node::kTunnel) {
+        std::fclose(m_tunnel);
+      } else {
+        close(fd);
+      }
+      opened = 0;
+      break;
+    case Call::kWrite:
+      if (write(fd, event.text.data(), event.text.size()) < 0) std::abort();
+      break;
+    case Call::kIoctl:
+      request(step, fd);
+      break;
+    default:
+      break;
+  }
+}
+
+void Floor::request(Step* step, int fd) {
+  if (step->event.node == Node::kTunnel) {
+    const auto number = static_cast<std::uint32_t>(step->event.address);
+    for (const std::uint32_t code : {spectral::kTunnelRouteSetup, spectral::kTunnelSetup,
+                                     spectral::kTunnelTerminate, spectral::kTunnelRouteTerminate}) {
+      if ((code & 0xFF) == number && ioctl(fd, code, step->words) != 0) std::abort();
+    }
+    return;
+  }
+  if (step->sleeps) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  if (step->waits) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(m_exposure_ms);
+    m_wake.wait_until(lock, until, [] { return false; });
+  }
+  if (ioctl(fd, spectral::kReadRegistersRequest, &step->block) != 0) std::abort();
+}
+
+// A second of payloads with all that comes between them, in the pieces that a reader takes.
+void Floor::read_tunnel() {
+  static unsigned char bytes[2 * spectral::kTunnelReadSize];
+  std::size_t payloads = 0;
+  std::size_t left = 0;
+  while (payloads < kSecondOfPayloads) {
+    const std::size_t got = std::fread(bytes + left, 1, spectral::kTunnelReadSize, m_tunnel) + left;
+    std::size_t at = 0;
+    while (payloads < kSecondOfPayloads && got - at > spectral::kPacketHeaderSize) {
+      const auto length =
+          spectral::little_endian<std::uint16_t>(bytes + at + spectral::packet_layout::kLength);
+      if (got - at < spectral::kPacketHeaderSize + length) break;
+      if (length == spectral::kFlickerPayloadSize) ++payloads;
+      at += spectral::kPacketHeaderSize + length;
+    }
+    std::memmove(bytes, bytes + at, got - at);
+    left = got - at;
+  }
+}
+
+}  // namespace bench

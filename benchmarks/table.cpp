@@ -1,0 +1,68 @@
+#include "benchmarks/table.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace bench {
+
+namespace {
+
+std::string time_text(double ns) {
+  char text[32];
+  std::snprintf(text, sizeof text, ns < 1000 ? "%.0f ns" : "%.2f us", ns < 1000 ? ns : ns / 1000);
+  return text;
+}
+
+bool takes_end(std::string* text, const std::string& end) {
+  if (text->size() < end.size() || text->compare(text->size() - end.size(), end.size(), end) != 0) {
+    return false;
+  }
+  text->resize(text->size() - end.size());
+  return true;
+}
+
+}  // namespace
+
+bool Table::ReportContext(const Context&) { return true; }
+
+Table::Row& Table::row_of(const std::string& figure) {
+  for (Row& row : m_rows) {
+    if (row.figure == figure) return row;
+  }
+  m_rows.push_back({figure});
+  return m_rows.back();
+}
+
+void Table::ReportRuns(const std::vector<Run>& runs) {
+  for (const Run& run : runs) {
+    if (run.error_occurred) std::fprintf(stderr, "%s\n", run.error_message.c_str());
+    if (run.run_type != Run::RT_Aggregate || run.aggregate_name != "median") continue;
+    std::string name = run.run_name.function_name;
+    const double ns = run.cpu_accumulated_time * 1e9;
+    if (takes_end(&name, "/floor")) {
+      row_of(name).floor_ns = ns;
+    } else if (takes_end(&name, "/library")) {
+      row_of(name).library_ns = ns;
+    }
+  }
+}
+
+void Table::Finalize() {
+  for (const Row& row : m_rows) {
+    char ratio[32] = "";
+    if (row.floor_ns > 0)
+      std::snprintf(ratio, sizeof ratio, "%.2f times", row.library_ns / row.floor_ns);
+    print_row(row.figure, time_text(row.library_ns),
+              row.floor_ns > 0 ? time_text(row.floor_ns) : "", ratio);
+  }
+}
+
+void print_head() { print_row("figure", "library", "floor", ""); }
+
+void print_row(const std::string& figure, const std::string& library, const std::string& floor,
+               const std::string& remark) {
+  std::printf("%-58s %12s %12s  %s\n", figure.c_str(), library.c_str(), floor.c_str(),
+              remark.c_str());
+}
+
+}  // namespace bench

@@ -1,0 +1,36 @@
+#pragma once
+
+// The table that the benchmarks are shown as: each figure next to its floor of the same run.
+
+#include <benchmark/benchmark.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace bench {
+
+// Benchmarks come as "FIGURE/library" and, where there is one, "FIGURE/floor"; of each the median
+// of its repetitions' CPU times counts.
+class Table : public benchmark::BenchmarkReporter {
+ public:
+  bool ReportContext(const Context& context) override;
+  void ReportRuns(const std::vector<Run>& runs) override;
+  void Finalize() override;
+
+ private:
+  struct Row {
+    std::string figure;
+    double library_ns = 0;
+    double floor_ns = 0;
+  };
+  Row& row_of(const std::string& figure);
+
+  std::vector<Row> m_rows;
+};
+
+void print_head();
+void print_row(const std::string& figure, const std::string& library, const std::string& floor,
+               const std::string& remark);
+
+}  // namespace bench

@@ -1,0 +1,83 @@
+#include "tests/support/heap.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+
+#include "simulator/phone.h"
+
+#ifdef SPECTRAL_SANITIZED
+
+long heap::live_blocks() { return -1; }
+long heap::allocations() { return -1; }
+
+#else
+
+// For every library of the process.
+#define STANDS_FOR_LIBC __attribute__((visibility("default")))
+
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* old, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+void __libc_free(void* block);
+STANDS_FOR_LIBC void free(void* block);
+STANDS_FOR_LIBC void* memalign(std::size_t alignment, std::size_t size);
+}
+
+namespace {
+
+std::atomic<long> g_blocks{0};
+std::atomic<long> g_allocations{0};
+
+void count_allocation() {
+  if (!spectralsim::Phone::is_inside()) g_allocations.fetch_add(1, std::memory_order_relaxed);
+}
+
+void* counted(void* block) {
+  if (block != nullptr) g_blocks.fetch_add(1, std::memory_order_relaxed);
+  count_allocation();
+  return block;
+}
+
+}  // namespace
+
+extern "C" {
+
+STANDS_FOR_LIBC void* malloc(std::size_t size) { return counted(__libc_malloc(size)); }
+STANDS_FOR_LIBC void* calloc(std::size_t count, std::size_t size) {
+  return counted(__libc_calloc(count, size));
+}
+void* memalign(std::size_t alignment, std::size_t size) {
+  return counted(__libc_memalign(alignment, size));
+}
+STANDS_FOR_LIBC void* aligned_alloc(std::size_t alignment, std::size_t size) {
+  return memalign(alignment, size);
+}
+STANDS_FOR_LIBC int posix_memalign(void** block, std::size_t alignment, std::size_t size) {
+  *block = memalign(alignment, size);
+  return *block != nullptr ? 0 : ENOMEM;
+}
+
+STANDS_FOR_LIBC void* realloc(void* old, std::size_t size) {
+  if (old != nullptr && size == 0) {
+    free(old);
+    return nullptr;
+  }
+  void* block = __libc_realloc(old, size);
+  if (old == nullptr) return counted(block);
+  count_allocation();
+  return block;
+}
+
+void free(void* block) {
+  if (block != nullptr) g_blocks.fetch_sub(1, std::memory_order_relaxed);
+  __libc_free(block);
+}
+}
+
+long heap::live_blocks() { return g_blocks.load(std::memory_order_relaxed); }
+long heap::allocations() { return g_allocations.load(std::memory_order_relaxed); }
+
+#endif
