@@ -27,8 +27,8 @@ using spectralsim::Phone;
 constexpr int kAls = SPECTRAL_MODE_ALS;
 constexpr int kFlicker = SPECTRAL_MODE_FLICKER;
 constexpr int kWarmUpSessions = 20;
-// What the allocator and the kernel may round up differently at two moments: a lost block of 64
-// bytes a session would be more within 4000 sessions, and a lost block is noticed at once.
+// What the allocator and the kernel may round up differently at two moments. A block that is lost
+// is told by the count of blocks, however small.
 constexpr long kMostGrowthKb = 256;
 constexpr double kNsPerHour = 3600e9;
 
@@ -183,12 +183,10 @@ void print(const char* when, const Footprint& now) {
 }
 
 bool is_flat(const Footprint& start, const Footprint& end) {
-#ifdef SPECTRAL_SANITIZED
-  const bool memory_is_flat = true;  // a sanitizer keeps what is freed, and looks for what is lost
-#else
+  // A sanitizer keeps what is freed, and looks itself for what is lost.
   const bool memory_is_flat =
-      end.resident_kb - start.resident_kb <= kMostGrowthKb && end.blocks == start.blocks;
-#endif
+      start.blocks < 0 ||
+      (end.resident_kb - start.resident_kb <= kMostGrowthKb && end.blocks == start.blocks);
   return memory_is_flat && end.descriptors == start.descriptors && end.threads == start.threads;
 }
 
