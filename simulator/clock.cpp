@@ -37,10 +37,7 @@ std::int64_t start_of(clockid_t id) {
 }  // namespace
 
 std::int64_t Clock::now_ns() const {
-  if (m_virtual) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_virtual_now_ns;
-  }
+  if (m_virtual) return m_virtual_now_ns;
   static Next<int(clockid_t, timespec*)> system("clock_gettime");
   timespec now = {};
   system(CLOCK_MONOTONIC, &now);
@@ -67,10 +64,10 @@ bool Clock::advance_to(std::int64_t deadline_ns) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     const auto next = m_actions.begin();
     if (next == m_actions.end() || next->first > deadline_ns) {
-      m_virtual_now_ns = std::max(m_virtual_now_ns, deadline_ns);
+      m_virtual_now_ns = std::max(m_virtual_now_ns.load(), deadline_ns);
       return false;
     }
-    m_virtual_now_ns = std::max(m_virtual_now_ns, next->first);
+    m_virtual_now_ns = std::max(m_virtual_now_ns.load(), next->first);
     action = std::move(next->second);
     m_actions.erase(next);
   }

@@ -5,6 +5,7 @@
 
 #include <time.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -44,7 +45,8 @@ class __attribute__((visibility("default"))) Clock {
  private:
   bool m_virtual = true;
   mutable std::mutex m_mutex;
-  std::int64_t m_virtual_now_ns = 0;
+  // Written under the lock, read without: an allocator may look at the clock, within the lock too.
+  std::atomic<std::int64_t> m_virtual_now_ns{0};
   std::multimap<std::int64_t, std::function<void()>> m_actions;
 };
 
