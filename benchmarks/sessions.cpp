@@ -227,12 +227,20 @@ void register_sessions() {
   }
 }
 
-bool run_session(const char* name, int times) {
+bool run_session(const std::string& name, int times) {
   for (const Session& session : kSessions) {
-    if (session.name != std::string(name)) continue;
+    const bool bare = name == std::string(session.name) + "/floor";
+    if (!bare && name != session.name) continue;
     const auto sensor = warm(session);
+    const auto floor = floor_of(session, sensor.get());
     sensor->phone().keep_trace(false);
-    for (int i = 0; i < times; ++i) session.run(sensor.get());
+    for (int i = 0; i < times; ++i) {
+      if (bare) {
+        floor->run();
+      } else {
+        session.run(sensor.get());
+      }
+    }
     return true;
   }
   return false;

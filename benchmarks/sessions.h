@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 // What the library's operations cost on the simulated phone, next to their floors.
 
 namespace bench {
@@ -9,8 +11,8 @@ bool print_counts();
 
 void register_sessions();
 
-// Runs one of the sessions so often, for an instrument that counts: its name as in the table.
-// Returns false for a name that there is not.
-bool run_session(const char* name, int times);
+// Runs one of the sessions so often, for an instrument that counts: its name as in the table,
+// or that with "/floor" behind it. Returns false for a name that there is not.
+bool run_session(const std::string& name, int times);
 
 }  // namespace bench

@@ -19,6 +19,7 @@ option(SPECTRAL_BENCHMARKS "Build what needs the benchmark library" ON)
 function(spectral_target target)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wconversion -Wshadow -fstack-protector-strong
+    -fno-semantic-interposition  # an operation of the library that calls another gets that one
     -ffp-contract=off)  # results are the same on machines with and without fused multiply-add
   target_link_options(${target} PRIVATE -Wl,-z,relro,-z,now)
   set_target_properties(${target} PROPERTIES
@@ -35,7 +36,7 @@ endfunction()
 # Exports from a shared library what `map` lists and nothing else, and leaves nothing undefined (the
 # sanitizers' runtime comes with the program, so not with them).
 function(spectral_export_only target map)
-  target_link_options(${target} PRIVATE -Wl,--version-script=${map})
+  target_link_options(${target} PRIVATE -Wl,--version-script=${map} -Wl,-Bsymbolic-functions)
   if(NOT SPECTRAL_SANITIZE)
     target_link_options(${target} PRIVATE -Wl,-z,defs)
   endif()

@@ -3,8 +3,6 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <charconv>
-
 #include "driver/nodes.h"
 #include "driver/status.h"
 #include "platform/log.h"
@@ -13,6 +11,8 @@
 namespace spectral {
 
 namespace {
+
+constexpr char kDigits[] = "0123456789abcdef";
 
 int issue_read(const VD6281_device* dev, VD6281_Transfer_t* block, const char* operation) {
   const int status = ioctl(dev->fd_dev, kReadRegistersRequest, block);
@@ -35,12 +35,16 @@ int read_register(VD6281_device* dev, std::uint8_t address, std::uint8_t* value)
 
 int write_register(VD6281_device* dev, std::uint8_t address, std::uint8_t value) {
   if (dev->state == VD6281_STATE_NONE) return kNoDevice;
+  const auto word = static_cast<unsigned int>(address << 8 | value);
   char text[] = "0x0000";  // up to four digits and the NUL, which is sent too
-  char* const digits = text + 2;
-  char* const end = std::to_chars(digits, text + sizeof text - 1, address << 8 | value, 16).ptr;
-  *end = '\0';
-  const auto length = static_cast<std::size_t>(end - text) + 1;
-  const int written = static_cast<int>(write(dev->fd_write_byte, text, length));
+  for (int digit = 0; digit < 4; ++digit) text[5 - digit] = kDigits[word >> (4 * digit) & 0xF];
+  // Leading zeros are left out: the text begins that much later.
+  const int zeros = word > 0xFFF ? 0 : word > 0xFF ? 1 : word > 0xF ? 2 : 3;
+  char* const first = text + zeros;
+  first[0] = '0';
+  first[1] = 'x';
+  const std::size_t length = sizeof text - static_cast<std::size_t>(zeros);
+  const int written = static_cast<int>(write(dev->fd_write_byte, first, length));
   if (written >= 0) return kOk;  // the attribute takes a short count as a write
   SPECTRAL_LOG_ERROR(kDriverTag, "%s failed, addr = 0x%x, data = %d\n", "VD6281_WrByte", address,
                      value);
