@@ -1,4 +1,4 @@
-#include "tests/support/fault_rules.h"
+#include "reliability/fault_rules.h"
 
 #include <fnmatch.h>
 
@@ -9,7 +9,7 @@
 #include <deque>
 #include <map>
 
-#include "tests/support/fault_sessions.h"
+#include "reliability/fault_sessions.h"
 
 namespace sweep {
 

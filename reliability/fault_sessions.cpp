@@ -1,4 +1,4 @@
-#include "tests/support/fault_sessions.h"
+#include "reliability/fault_sessions.h"
 
 #include <cstdint>
 #include <cstdio>

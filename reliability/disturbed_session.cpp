@@ -1,4 +1,4 @@
-#include "tests/support/disturbed_session.h"
+#include "reliability/disturbed_session.h"
 
 #include <dlfcn.h>
 
@@ -7,8 +7,8 @@
 #include <iterator>
 #include <utility>
 
+#include "reliability/fault_rules.h"
 #include "spectral_sensor.h"
-#include "tests/support/fault_rules.h"
 #include "tests/support/heap.h"
 
 namespace sweep {

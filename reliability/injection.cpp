@@ -1,4 +1,4 @@
-#include "tests/support/injection.h"
+#include "reliability/injection.h"
 
 #include <cerrno>
 #include <cstdint>

@@ -1,5 +1,5 @@
 // Lets each single system call of whole sessions fail in turn, then pairs of them, and requires
-// after each what tests/support/fault_rules.h says, that nothing is left open, powered or lost, and
+// after each what reliability/fault_rules.h says, that nothing is left open, powered or lost, and
 // that the next session in the process is as if nothing had happened. See docs/reliability.md.
 
 #include <algorithm>
@@ -10,11 +10,11 @@
 #include <iterator>
 #include <random>
 
+#include "reliability/disturbed_session.h"
+#include "reliability/fault_rules.h"
+#include "reliability/fault_sessions.h"
 #include "simulator/phone.h"
 #include "spectral_sensor.h"
-#include "tests/support/disturbed_session.h"
-#include "tests/support/fault_rules.h"
-#include "tests/support/fault_sessions.h"
 #include "tests/support/heap.h"
 
 namespace {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "reliability/fault_sessions.h"
+#include "reliability/injection.h"
 #include "simulator/phone.h"
-#include "tests/support/fault_sessions.h"
-#include "tests/support/injection.h"
 
 namespace sweep {
 
