@@ -1,8 +1,11 @@
 #include "tests/support/heap.h"
 
+#include <malloc.h>
+
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 
 #include "simulator/phone.h"
 
@@ -22,8 +25,6 @@ void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* old, std::size_t size);
 void* __libc_memalign(std::size_t alignment, std::size_t size);
 void __libc_free(void* block);
-STANDS_FOR_LIBC void free(void* block);
-STANDS_FOR_LIBC void* memalign(std::size_t alignment, std::size_t size);
 }
 
 namespace {
@@ -49,7 +50,7 @@ STANDS_FOR_LIBC void* malloc(std::size_t size) { return counted(__libc_malloc(si
 STANDS_FOR_LIBC void* calloc(std::size_t count, std::size_t size) {
   return counted(__libc_calloc(count, size));
 }
-void* memalign(std::size_t alignment, std::size_t size) {
+STANDS_FOR_LIBC void* memalign(std::size_t alignment, std::size_t size) {
   return counted(__libc_memalign(alignment, size));
 }
 STANDS_FOR_LIBC void* aligned_alloc(std::size_t alignment, std::size_t size) {
@@ -71,7 +72,7 @@ STANDS_FOR_LIBC void* realloc(void* old, std::size_t size) {
   return block;
 }
 
-void free(void* block) {
+STANDS_FOR_LIBC void free(void* block) {
   if (block != nullptr) g_blocks.fetch_sub(1, std::memory_order_relaxed);
   __libc_free(block);
 }
