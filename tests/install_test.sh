@@ -39,3 +39,14 @@ for program in "$folder/build/by_cmake" "$folder/by_pkg_config"; do
   # shellcheck disable=SC2086
   LD_TRACE_LOADED_OBJECTS=1 ${EMULATOR-} "$program" | has "$folder/prefix/.*libspectralsensor.so" || { echo "$program does not use the installed library"; exit 1; }
 done
+
+# The tool finds its library and the simulator in the prefix, and comes with what tells of it. An emulator
+# cannot start a program again: there it only shows its help.
+if [ -z "${EMULATOR-}" ]; then
+  SPECTRALSIM_TIME=virtual "$folder/prefix/bin/spectralsensorctl" --simulate flicker 2>/dev/null | has ' 0x20 '
+else
+  "$EMULATOR" "$folder/prefix/bin/spectralsensorctl" --help | has SYNOPSIS
+fi
+for file in man/man1/spectralsensorctl.1 bash-completion/completions/spectralsensorctl; do
+  [ -s "$folder/prefix/share/$file" ] || { echo "no $file"; exit 1; }
+done
