@@ -75,9 +75,28 @@ SPECTRALSIM_FAULTS="open:sensor_tunnel#every" expect 1 "/dev/sensor_tunnel: Inpu
 SPECTRALSIM_ANALYSIS=none expect 1 "Flicker needs the analysis library" --simulate flicker
 SPECTRALSIM_FAULTS="open:vd6281#every=EACCES" expect 1 "/dev/vd6281: Permission denied" --simulate info
 grep "as root" "$folder/err" >/dev/null || fail "no advice"
+
+# What fails on the way is named too, and is not taken for steady light.
+while read -r fault text command; do
+  SPECTRALSIM_FAULTS=$fault expect 1 "$text" --simulate $command
+done <<'FAULTS'
+read:sensor_tunnel#every sensor_tunnel:.no.samples flicker
+ioctl:sensor_tunnel#every sensor_tunnel:.no.samples flicker
+ioctl:sensor_tunnel#every sensor_tunnel:.setting.it.up tunnel dump
+ioctl:vd6281#5+ vd6281:.reading.a.register als
+write:iridel_enable#every iridel_enable:.switching.the.power.on info
+write:iridel_write_byte#every iridel_write_byte:.writing.a.register info
+open:unparsed_flicker_data=EACCES unparsed_flicker_data:.Permission tunnel dump
+open:unparsed_flicker_data#2=EACCES sensor_tunnel.gave.nothing tunnel dump
+FAULTS
+how_to_start --simulate
+if "${start[@]}" --simulate als --count 2 --csv >/dev/full 2>"$folder/err"; then fail "a full disk is no failure"; fi
+expect 0 "none +1$" --simulate=dark flicker --detector
 expect 2 'sda-drive takes 4, 8' --simulate control set sda-drive 6
 expect 2 'no control "volume"' --simulate control get volume
 expect 2 'no scene "disco"' --simulate=disco info
+expect 2 "does not end in" --simulate flicker --plot lamp.svg
+expect 0 "clear" als --facade layered --simulate
 for usage in '' 'fly' 'als --gain 1000' 'als --json --csv' 'registers read 256' '--facade other info'; do
   # shellcheck disable=SC2086
   expect 2 '.' $usage
@@ -102,3 +121,10 @@ how_to_start --simulate
 script -qefc "timeout --foreground -s INT 1 ${start[*]} --simulate als --watch --no-auto-exposure --exposure-us 100000" "$folder/typescript" >/dev/null </dev/null || true
 grep -aE $'^\033\\[7A\r\033\\[Jexposure ' "$folder/typescript" >/dev/null || fail "not drawn again"
 grep -aF $'\033[?7h\033[?25h' "$folder/typescript" >/dev/null || fail "no cursor left"
+
+# A reader that goes away leaves the sensor powered down, too.
+export SPECTRALSIM_TRACE="$folder/trace"
+rm -f "$folder/trace"
+how_to_start --simulate
+("${start[@]}" --simulate als --watch --no-auto-exposure --exposure-us 1600 2>/dev/null || true) | head -n 1 >/dev/null
+tail -n 1 "$folder/trace" | grep 'close iridel_enable' >/dev/null || fail "powered for nobody"

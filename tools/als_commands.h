@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "driver/register_map.h"
+#include "tools/files.h"
 #include "tools/live.h"
 #include "tools/report.h"
 #include "tools/session.h"
@@ -46,7 +47,7 @@ template <typename Service>
 AlsReading capture_als(Session<Service>* session) {
   SpectralSensorOutput output{};
   if ((*session)->Process(SPECTRAL_MODE_ALS, &output) != 0 && !interrupted()) {
-    throw SensorError("the measurement failed; the log says at which step");
+    throw std::runtime_error(explain_failure(SPECTRAL_MODE_ALS, "the measurement failed"));
   }
   AlsReading reading = {};
   reading.result = output.als;
@@ -91,7 +92,7 @@ void read_als(const AlsOptions& options, Format format) {
     } else {
       print_als(format, i, reading);
     }
-    std::fflush(stdout);
+    flush_output();
   }
 }
 

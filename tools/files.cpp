@@ -1,11 +1,11 @@
 #include "tools/files.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <stdexcept>
 
 namespace spectralsensorctl {
@@ -15,9 +15,11 @@ void cannot_write(const std::string& path, const std::string& why) {
 }
 
 void check_writable(const std::string& path) {
-  if (std::filesystem::is_directory(path)) cannot_write(path, std::strerror(EISDIR));
-  const bool exists = access(path.c_str(), F_OK) == 0;
-  const std::string folder = std::filesystem::absolute(path).parent_path();
+  struct stat found = {};
+  const bool exists = stat(path.c_str(), &found) == 0;
+  if (exists && S_ISDIR(found.st_mode)) cannot_write(path, std::strerror(EISDIR));
+  const std::size_t slash = path.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
   if (access(exists ? path.c_str() : folder.c_str(), W_OK) != 0) {
     cannot_write(path, std::strerror(errno));
   }
@@ -31,6 +33,14 @@ void write_file(const std::string& path, const std::string& bytes) {
   if (std::fclose(file) != 0) cannot_write(path, std::strerror(errno));
   if (!written) cannot_write(path, std::strerror(error));
 }
+
+void flush_output() {
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    cannot_write("the output", std::strerror(errno));
+  }
+}
+
+void empty_file(const std::string& path) { write_file(path, ""); }
 
 std::string read_file(const std::string& path) {
   std::FILE* file = std::fopen(path.c_str(), "rb");

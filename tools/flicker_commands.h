@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "driver/nodes.h"
 #include "tools/files.h"
@@ -41,7 +42,7 @@ template <typename Show>
 void repeat(const FlickerOptions& options, Show show) {
   for (int i = 1; (options.watch || i <= options.count) && !interrupted(); ++i) {
     if (!show(i)) break;
-    std::fflush(stdout);
+    flush_output();
   }
 }
 
@@ -55,7 +56,6 @@ inline std::optional<VD6281_FlickerInfo_t> ask_detector(SpectralSensorDevice* dr
     require(driver->VD6281_GetFlickerFrequency(&info), "reading the detector");
   }
   if (interrupted()) return std::nullopt;
-  if (info.valid == 0) throw SensorError("the detector has no answer: no regular flicker");
   return info;
 }
 
@@ -86,24 +86,31 @@ void watch_detector(Session<Service>* session, const FlickerOptions& options, Fo
   });
 }
 
+// A measurement tells nothing of a hub or a chip that failed. Even in the dark samples are not all
+// zero; where none came they are.
+inline void require_samples(const std::vector<float>& samples) {
+  if (std::any_of(samples.begin(), samples.end(), [](float sample) { return sample != 0.0f; })) {
+    return;
+  }
+  throw std::runtime_error(
+      explain_failure(SPECTRAL_MODE_FLICKER,
+                      std::string(spectral::kTunnelPath) + ": no samples of the light came"));
+}
+
 inline void require_tunnel() {
   if (std::string why = explain_node(spectral::kTunnelPath, O_RDONLY); !why.empty()) {
-    throw SensorError(why);
+    throw std::runtime_error(why);
   }
 }
 
+// Measures as often as asked, and returns the last measurement.
 template <typename Service>
-void find_flicker(const FlickerOptions& options, Format format) {
-  for (const std::string& path : {options.wav_path, options.plot_path}) {
-    if (!path.empty()) check_writable(path);
-  }
-  Session<Service> session(SPECTRAL_MODE_FLICKER);
-  if (options.detector) return watch_detector(&session, options, format);
-  require_tunnel();
-  const auto measure = [&session](const char* why) {
+std::optional<Waveform> measure_flicker(Session<Service>* session, const FlickerOptions& options,
+                                        Format format) {
+  const auto measure = [session](const char* why) {
     std::fprintf(stderr, "Sampling the light for a second%s\n", why);
     SpectralSensorOutput output{};
-    session->Process(SPECTRAL_MODE_FLICKER, &output);
+    (*session)->Process(SPECTRAL_MODE_FLICKER, &output);
     return output.flicker;
   };
   for (int i = 1; !options.watch && i < kConfirmations && !interrupted(); ++i) measure("");
@@ -112,11 +119,32 @@ void find_flicker(const FlickerOptions& options, Format format) {
   repeat(options, [&](int number) {
     const FlickerResult verdict = measure(options.watch ? "" : ", to confirm");
     if (interrupted()) return false;
-    print_flicker(format, number, verdict, flicker_gain(session.service(), verdict.gain));
-    const float* samples = session->m_flkSamples;
-    last = {{samples, samples + std::size(session->m_flkSamples)}, verdict};
+    const float* samples = (*session)->m_flkSamples;
+    last = {{samples, samples + std::size((*session)->m_flkSamples)}, verdict};
+    require_samples(last->samples);
+    print_flicker(format, number, verdict, flicker_gain(session->service(), verdict.gain));
     return true;
   });
+  return last;
+}
+
+template <typename Service>
+std::optional<Waveform> use_flicker(const FlickerOptions& options, Format format) {
+  Session<Service> session(SPECTRAL_MODE_FLICKER);
+  if (options.detector) {
+    watch_detector(&session, options, format);
+    return std::nullopt;
+  }
+  require_tunnel();
+  return measure_flicker(&session, options, format);
+}
+
+template <typename Service>
+void find_flicker(const FlickerOptions& options, Format format) {
+  for (const std::string& path : {options.wav_path, options.plot_path}) {
+    if (!path.empty()) check_writable(path);
+  }
+  const std::optional<Waveform> last = use_flicker<Service>(options, format);
   if (last && !options.wav_path.empty()) save_wav(options.wav_path, *last);
   if (last && !options.plot_path.empty()) plot(options.plot_path, *last);
 }
@@ -126,12 +154,13 @@ template <typename Service>
 std::string capture_stream(Session<Service>* session, unsigned int length_ms) {
   SpectralSensorDevice* driver = session->driver();
   const RunningFlicker<Service> running(session->service());
-  require(driver->VD6281_QuilInit(), "preparing the tunnel");
-  require(driver->VD6281_QuilTunnelSetup(), "setting up the tunnel");
-  require(driver->VD6281_QuilResetRdBuf(), "preparing the tunnel");
+  require_of_tunnel(driver->VD6281_QuilInit(), "preparing it");
+  require_of_tunnel(driver->VD6281_QuilTunnelSetup(), "setting it up");
+  require_of_tunnel(driver->VD6281_QuilResetRdBuf(), "preparing it");
+  empty_file(kRawStreamPath);  // not an earlier run's, should the driver not open it
   const int dumped = driver->VD6281_QuilDumpFlickerDataToFile(length_ms);
-  require(driver->VD6281_QuilTunnelTerminate(), "closing the tunnel");
-  require(dumped, "dumping the tunnel");
+  require_of_tunnel(driver->VD6281_QuilTunnelTerminate(), "closing it");
+  require_of_tunnel(dumped, "dumping it");
   return read_file(kRawStreamPath);
 }
 
@@ -142,7 +171,7 @@ void dump_tunnel(const DumpOptions& options, Format format) {
   require_tunnel();
   std::fprintf(stderr, "Reading the tunnel for %u ms\n", options.length_ms);
   const std::string bytes = capture_stream(&session, options.length_ms);
-  if (bytes.empty()) throw SensorError(std::string(spectral::kTunnelPath) + " gave nothing");
+  if (bytes.empty()) throw std::runtime_error(std::string(spectral::kTunnelPath) + " gave nothing");
   if (!options.raw_path.empty()) write_file(options.raw_path, bytes);
   const TunnelStream stream = parse_stream(bytes);
   print_stream(format, stream);

@@ -2,10 +2,12 @@
 // on a phone or on the simulated one.
 
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdio>
 #include <functional>
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include "simulator/scene.h"
 #include "tools/als_commands.h"
@@ -34,6 +36,7 @@ class Tool {
     m_app.set_help_flag("-h,--help", "Show this page.");
     m_app.set_version_flag("--version", SPECTRAL_VERSION, "Show the version.");
     m_app.require_subcommand(1);
+    m_app.fallthrough();  // the options before a command are taken behind it too
     m_app.footer(
         " spectralsensorctl info\n"
         " spectralsensorctl --simulate=daylight als --watch\n"
@@ -70,6 +73,7 @@ class Tool {
     }
     if (m_app.count("--simulate") > 0) run_simulated(argv, m_scene.empty() ? "office" : m_scene);
     m_action();
+    flush_output();
     const bool watches = m_als.watch || m_flicker.watch;  // Ctrl-C is how these end
     return interrupted() && !watches ? 1 : 0;
   }
@@ -91,6 +95,18 @@ class Tool {
   }
   template <typename Pointer>
   using ServiceOf = std::remove_pointer_t<Pointer>;
+
+  static CLI::Validator ends_in(std::vector<std::string> endings) {
+    const auto check = [endings](const std::string& name) -> std::string {
+      for (const std::string& ending : endings) {
+        const bool fits = name.size() > ending.size() &&
+                          name.compare(name.size() - ending.size(), ending.size(), ending) == 0;
+        if (fits) return "";
+      }
+      return name + " does not end in " + CLI::detail::join(endings, " or ");
+    };
+    return {check, ""};
+  }
 
   static CLI::App* add_command(CLI::App* to, const char* name, const char* about,
                                const char* examples = "") {
@@ -190,6 +206,7 @@ class Tool {
     command
         ->add_option("--save", m_flicker.wav_path,
                      "Keep the last measurement's samples as a WAV file, 2000 a second.")
+        ->check(ends_in({".wav"}))
         ->type_name("FILE.wav")
         ->excludes(detector);
     command
@@ -197,6 +214,7 @@ class Tool {
                      "Draw the last measurement: its waveform, and its spectrum with the reported "
                      "frequencies marked. A PNG picture by gnuplot, or for a name in .gp the "
                      "script that draws it.")
+        ->check(ends_in({".png", ".gp"}))
         ->type_name("FILE.png")
         ->excludes(detector);
     add_formats(command);
@@ -249,7 +267,7 @@ class Tool {
                     " spectralsensorctl control get pedestal-value\n"
                     " spectralsensorctl control set sda-drive 20");
     command->require_subcommand(1);
-    add_command(command, "list", "list them, with their values")->callback([this] {
+    add_command(command, "list", "list them, with the values that they take")->callback([this] {
       m_action = list_controls;
     });
     CLI::App* get = add_command(command, "get", "read one");
@@ -313,6 +331,7 @@ class Tool {
 }  // namespace spectralsensorctl
 
 int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);  // a reader that has gone is an error like any other
   try {
     return spectralsensorctl::Tool().run(argc, argv);
   } catch (const spectralsensorctl::UsageError& error) {

@@ -11,7 +11,6 @@ namespace spectralsensorctl {
 
 namespace {
 
-constexpr double kNsPerMs = 1e6;
 constexpr int kColumnsBesideTheBar = 38;
 constexpr double kFullScale = 65535.0;
 constexpr unsigned int kFirstRevision = 0xBA;  // of cut 2.0
@@ -44,7 +43,7 @@ void print_line(const nlohmann::ordered_json& object) {
 
 nlohmann::ordered_json frequency(std::uint32_t hz, std::uint32_t strength) {
   if (!is_frequency(hz)) return nullptr;
-  return {{"frequency_hz", hz}, {"strength", strength}};
+  return {{"frequency_hz", hz}, {"strength_counts", strength}};
 }
 
 std::string frequency_text(std::uint32_t hz, std::uint32_t strength) {
@@ -84,6 +83,7 @@ void print_als_csv(int number, const AlsReading& reading) {
 void print_info_json(const UnitInfo& unit) {
   nlohmann::ordered_json line = {{"chip_id", unit.chip_id},
                                  {"revision", unit.revision},
+                                 {"cut", text_of("2.%u", unit.revision - kFirstRevision)},
                                  {"uid", unit.uid},
                                  {"driver", text_of("%u.%u", unit.driver_major, unit.driver_minor)},
                                  {"otp_oscillator_trim", unit.oscillator_trim},
@@ -117,7 +117,8 @@ void print_info(Format format, const UnitInfo& unit) {
   std::printf("driver         %u.%u\n", unit.driver_major, unit.driver_minor);
   std::printf("OTP            oscillator trims 0x%03x and 0x%x, colour map %u\n",
               unit.oscillator_trim, unit.oscillator_2_trim, unit.color_map);
-  std::printf("phone model    %u%s\n", unit.phone_model, unit.phone_model == 0 ? " (unknown)" : "");
+  std::printf("phone model    %u%s (by ro.product.device)\n", unit.phone_model,
+              unit.phone_model == 0 ? ", unknown" : "");
   std::printf("calibration    %s\n", unit.calibrated ? "from the factory file" : "none");
   std::printf("channel        color     slope   calibration factor\n");
   for (int n = 0; n < 6; ++n) {
@@ -167,29 +168,29 @@ std::string als_panel(const AlsReading& reading, int columns) {
 void print_flicker_head(Format format) {
   if (format == Format::kCsv) {
     std::printf(
-        "number,timestamp_ms,channel_mask,gain,strength_100_hz,strength_120_hz,dominant_hz,"
-        "dominant_strength,secondary_hz,secondary_strength\n");
+        "number,timestamp_ns,channel_mask,gain,strength_100_hz_counts,strength_120_hz_counts,"
+        "dominant_hz,dominant_strength_counts,secondary_hz,secondary_strength_counts\n");
   } else if (format == Format::kTable) {
     std::printf("  #  channel mask   gain    100 Hz    120 Hz   dominant, secondary (strength)\n");
   }
 }
 
 void print_flicker(Format format, int number, const FlickerResult& result, double gain) {
-  const double timestamp_ms = static_cast<double>(result.timestamp_ns) / kNsPerMs;
   if (format == Format::kJson) {
     print_line({{"number", number},
-                {"timestamp_ms", timestamp_ms},
+                {"timestamp_ns", result.timestamp_ns},
                 {"channel_mask", result.channel},
                 {"gain", gain},
-                {"strength_100_hz", result.strength_a},
-                {"strength_120_hz", result.strength_b},
+                {"strength_100_hz_counts", result.strength_a},
+                {"strength_120_hz_counts", result.strength_b},
                 {"dominant", frequency(result.dominant_freq, result.dominant_strength)},
                 {"secondary", frequency(result.secondary_freq, result.secondary_strength)}});
     return;
   }
   if (format == Format::kCsv) {
     const auto hz = [](std::uint32_t value) { return is_frequency(value) ? value : 0; };
-    std::printf("%d,%.3f,%u,%g,%u,%u,%u,%u,%u,%u\n", number, timestamp_ms, result.channel, gain,
+    std::printf("%d,%llu,%u,%g,%u,%u,%u,%u,%u,%u\n", number,
+                static_cast<unsigned long long>(result.timestamp_ns), result.channel, gain,
                 result.strength_a, result.strength_b, hz(result.dominant_freq),
                 result.dominant_strength, hz(result.secondary_freq), result.secondary_strength);
     return;
@@ -212,7 +213,8 @@ void print_detector(Format format, int number, const VD6281_FlickerInfo_t& info)
   } else if (format == Format::kCsv) {
     std::printf("%d,%u,%u\n", number, info.frequency, info.confidence);
   } else {
-    std::printf("%3d  %6u Hz  %10u\n", number, info.frequency, info.confidence);
+    const std::string hz = info.frequency != 0 ? text_of("%6u Hz", info.frequency) : "none";
+    std::printf("%3d  %9s  %10u\n", number, hz.c_str(), info.confidence);
   }
 }
 

@@ -2,43 +2,16 @@
 
 // One use of the sensor: a client of one of the two services, from Init to Uninit.
 
-#include <unistd.h>
-
-#include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <iterator>
 #include <stdexcept>
-#include <string>
 
 #include "driver/flag.h"
 #include "spectral_sensor.h"
+#include "tools/diagnosis.h"
 
 namespace spectralsensorctl {
 
-// What went wrong with the sensor, and what to try.
-class SensorError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-inline void require(int status, const std::string& what) {
-  if (status != 0) throw SensorError(what + " failed with status " + std::to_string(status));
-}
-
-// Why the sensor does not come up, by the node that is at fault.
-std::string explain_failed_init(int mode);
-
-// Why a node cannot be opened, and what to try; empty for one that can.
-std::string explain_node(const char* node, int flags);
-
-// Arguments that the sensor does not take.
-class UsageError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-// Set by Ctrl-C, and by the signals of a closed terminal and of kill; a running capture ends too.
+// Set by Ctrl-C, and by the signals of kill and of a closed terminal; a running capture ends too.
 bool interrupted();
 
 inline SpectralSensorDevice* driver_of(SpectralSensorDevice* service) { return service; }
@@ -60,7 +33,7 @@ class InterruptGuard {
   InterruptGuard& operator=(const InterruptGuard&) = delete;
 
  private:
-  struct sigaction m_before[3] = {};
+  struct sigaction m_before[4] = {};
 };
 
 // Lets both kinds of capture end; may run in a signal handler, as it only writes atomic bytes.
@@ -79,8 +52,9 @@ class Session {
   explicit Session(int mode)
       : m_mode(mode), m_service(Service::Create()), m_guard(stop_captures<Service>) {
     if (m_service->Init(mode) == 0) return;
+    const std::string why = explain_failure(mode, "the sensor does not come up");
     close();
-    throw SensorError(explain_failed_init(mode));
+    throw std::runtime_error(why);
   }
   ~Session() { close(); }
   Session(const Session&) = delete;

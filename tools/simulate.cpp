@@ -1,10 +1,12 @@
 #include "tools/simulate.h"
 
+#include <dlfcn.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <stdexcept>
 
 namespace spectralsensorctl {
@@ -13,14 +15,32 @@ namespace {
 
 constexpr char kSimulator[] = "libspectralsim.so";
 
-// The simulator beside the program, or in the library folder of the prefix it is installed under.
-std::filesystem::path find_simulator() {
-  const auto here = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-  for (const auto& folder : {here, here / ".." / SPECTRAL_LIBDIR}) {
-    if (std::filesystem::exists(folder / kSimulator)) return folder / kSimulator;
+// The folder of the simulator: the program's own, or the library folder of the prefix it is
+// installed under.
+std::string find_simulator() {
+  char program[PATH_MAX] = {};
+  if (readlink("/proc/self/exe", program, sizeof program - 1) > 0) {
+    *std::strrchr(program, '/') = '\0';
+    const std::string here = program;
+    for (const std::string& folder : {here, here + "/../" SPECTRAL_LIBDIR}) {
+      if (access((folder + "/" + kSimulator).c_str(), R_OK) == 0) return folder;
+    }
   }
   throw std::runtime_error(std::string("--simulate needs ") + kSimulator +
                            ", which is not beside the program");
+}
+
+// Puts `entry` at the head of a variable's list.
+void prepend(const char* variable, const std::string& entry) {
+  const char* before = std::getenv(variable);
+  const std::string rest = before != nullptr && *before != '\0' ? std::string(":") + before : "";
+  setenv(variable, (entry + rest).c_str(), 1);
+}
+
+bool is_loaded(const char* library) {
+  void* const handle = dlopen(library, RTLD_NOW | RTLD_NOLOAD);
+  if (handle != nullptr) dlclose(handle);
+  return handle != nullptr;
 }
 
 }  // namespace
@@ -28,10 +48,13 @@ std::filesystem::path find_simulator() {
 void run_simulated(char** argv, const std::string& scene) {
   const char* preloaded = std::getenv("LD_PRELOAD");
   if (preloaded != nullptr && std::strstr(preloaded, kSimulator) != nullptr) {
+    if (!is_loaded(kSimulator)) throw std::runtime_error("the simulator could not be loaded");
     unsetenv("LD_PRELOAD");  // what this program starts needs no phone
     return;
   }
-  setenv("LD_PRELOAD", find_simulator().c_str(), 1);
+  // By its name alone: a folder's name may have blanks, which would end the entry.
+  prepend("LD_LIBRARY_PATH", find_simulator());
+  prepend("LD_PRELOAD", kSimulator);
   setenv("SPECTRALSIM_SCENE", scene.c_str(), 1);
   execv("/proc/self/exe", argv);
   throw std::runtime_error(std::string("cannot start again: ") + std::strerror(errno));

@@ -24,13 +24,13 @@ TunnelPacket parse_packet(const std::uint8_t* header) {
 
 void print_line(Format format, std::size_t number, const TunnelPacket& packet) {
   if (format == Format::kJson) {
-    const nlohmann::json line = {{"number", number},
-                                 {"id", packet.id},
-                                 {"auxiliary", packet.auxiliary},
-                                 {"time_stamp", packet.time_stamp},
-                                 {"sequence", packet.sequence},
-                                 {"length_bytes", packet.length},
-                                 {"samples_counts", packet.samples}};
+    const nlohmann::ordered_json line = {{"number", number},
+                                         {"id", packet.id},
+                                         {"auxiliary", packet.auxiliary},
+                                         {"timestamp_ns", packet.time_stamp},
+                                         {"sequence", packet.sequence},
+                                         {"length_bytes", packet.length},
+                                         {"samples_counts", packet.samples}};
     std::printf("%s\n", line.dump().c_str());
     return;
   }
@@ -70,9 +70,9 @@ TunnelStream parse_stream(const std::string& bytes) {
 
 void print_stream(Format format, const TunnelStream& stream) {
   if (format == Format::kTable) {
-    std::printf("   #   id    aux        time stamp    sequence  bytes  samples, counts\n");
+    std::printf("   #   id    aux     timestamp, ns    sequence  bytes  samples, counts\n");
   } else if (format == Format::kCsv) {
-    std::printf("number,id,auxiliary,time_stamp,sequence,length_bytes");
+    std::printf("number,id,auxiliary,timestamp_ns,sequence,length_bytes");
     for (std::size_t i = 0; i < spectral::kFlickerPayloadSize / kRecordSize; ++i) {
       std::printf(",sample_%zu_counts", i);
     }

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
@@ -96,7 +95,6 @@ std::string quoted(const std::string& text) {
 }
 
 void run_gnuplot(const std::string& path, const std::string& script) {
-  std::signal(SIGPIPE, SIG_IGN);  // one that is not there, or gives up, is told by its status
   std::FILE* gnuplot = popen("gnuplot", "w");
   if (gnuplot == nullptr) cannot_write(path, std::strerror(errno));
   std::fputs(script.c_str(), gnuplot);
