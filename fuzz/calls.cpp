@@ -103,6 +103,7 @@ void process(Caller* c) {
   // caller's readings may make any factor.
   const bool measured = status == 0 && c->object<Service>()->m_calibrationValid == 0;
   if (mode == SPECTRAL_MODE_ALS && measured) fuzz::check(output->als);
+  // Nor are the frequencies looked at: the tracking may carry those that a caller gave.
   if (mode == SPECTRAL_MODE_FLICKER) fuzz::check(output->flicker);
 }
 

@@ -83,6 +83,7 @@ void measure_flicker(Service* service) {
   SpectralSensorOutput output = {};
   require(service->Process(SPECTRAL_MODE_FLICKER, &output) == 0, "a flicker measurement gives 0");
   fuzz::check(output.flicker);
+  fuzz::check_frequencies(output.flicker);
 }
 
 void read_everything(SpectralSensorDevice* device) {

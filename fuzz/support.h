@@ -110,6 +110,8 @@ class Bench {
 // What holds for every result of a measurement, whatever the chip and the stream have said.
 void check(const ALSResult& result);
 void check(const FlickerResult& result);
+// Of a result that nobody but the analysis had a hand in.
+void check_frequencies(const FlickerResult& result);
 
 }  // namespace fuzz
 

@@ -78,6 +78,7 @@ void measure(Service* service) {
   for (int i = 0; i < 2; ++i) {
     require(service->Process(SPECTRAL_MODE_FLICKER, &output) == 0, "a flicker measurement gives 0");
     fuzz::check(output.flicker);
+    fuzz::check_frequencies(output.flicker);
   }
 }
 
