@@ -41,7 +41,7 @@ class Input {
   int below(int end) { return byte() % end; }
 
   std::string bytes(std::size_t most) {
-    const std::string taken(m_at, m_at + std::min(most, left()));
+    std::string taken(m_at, m_at + std::min(most, left()));
     m_at += taken.size();
     return taken;
   }

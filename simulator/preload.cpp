@@ -11,6 +11,8 @@
 //   SPECTRALSIM_TRACE         a file that gets the trace when the program ends
 // What cannot be set up ends the program before it begins, with a line that says why.
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -60,8 +62,17 @@ void set_up(Phone* phone) {
       .cut(cut_named(variable("SPECTRALSIM_CUT", "2.2")))
       .otp(Otp().version(6).color_map(2));
   phone->clock().set_virtual(is_virtual(variable("SPECTRALSIM_TIME", "real")));
+  if (const std::string trace = variable("SPECTRALSIM_TRACE"); !trace.empty()) {
+    if (!std::ofstream(trace))
+      throw std::invalid_argument("cannot write SPECTRALSIM_TRACE " + trace);
+  }
   phone->keep_trace(!variable("SPECTRALSIM_TRACE").empty());
-  if (variable("SPECTRALSIM_SENSOR") == "none") phone->remove_sensor();
+  const std::string sensor = variable("SPECTRALSIM_SENSOR");
+  if (sensor == "none") {
+    phone->remove_sensor();
+  } else if (!sensor.empty()) {
+    throw std::invalid_argument("SPECTRALSIM_SENSOR is none or not set");
+  }
   const std::string model = variable("SPECTRALSIM_MODEL");
   if (!model.empty()) phone->model(model);
   const std::string factory_file = variable("SPECTRALSIM_FACTORY_FILE");
@@ -70,6 +81,9 @@ void set_up(Phone* phone) {
   if (analysis == "none") {
     phone->remove_analysis_library();
   } else if (!analysis.empty()) {
+    if (access(analysis.c_str(), R_OK) != 0) {
+      throw std::invalid_argument("cannot open SPECTRALSIM_ANALYSIS " + analysis);
+    }
     phone->analysis_library(analysis);
   }
   std::istringstream faults(variable("SPECTRALSIM_FAULTS"));
@@ -95,6 +109,7 @@ __attribute__((destructor)) void unplug() {
   if (g_phone == nullptr || path.empty()) return;
   std::ofstream file(path);
   for (const std::string& line : g_phone->events()) file << line << '\n';
+  if (!file.flush()) std::fprintf(stderr, "spectralsim: cannot write %s\n", path.c_str());
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -107,6 +108,13 @@ const Named& find(const std::string& name) {
   throw std::invalid_argument("no scene \"" + name + "\"; there are " + known);
 }
 
+// A name that is not known is a mistake, not something to leave aside.
+void know_all(const nlohmann::json& object, const std::set<std::string>& known) {
+  for (const auto& item : object.items()) {
+    if (known.count(item.key()) == 0) throw std::invalid_argument("no \"" + item.key() + "\" here");
+  }
+}
+
 Light light_of(const nlohmann::json& value) {
   if (!value.is_array() || value.size() != Light{}.size()) {
     throw std::invalid_argument("\"light\" takes six numbers, one a channel");
@@ -139,6 +147,7 @@ std::vector<Scene::Point> points_of(const nlohmann::json& scene) {
 
 Wave wave_of(const nlohmann::json& value) {
   if (!value.is_object()) throw std::invalid_argument("a wave is an object");
+  know_all(value, {"wave", "hz", "duty", "share"});
   const auto number = [&](const char* name, double otherwise, double low, double high) {
     if (!value.contains(name)) return otherwise;
     if (!value[name].is_number()) throw std::invalid_argument(std::string(name) + " is a number");
@@ -242,6 +251,10 @@ std::string Scene::description(const std::string& name) { return find(name).desc
 Scene Scene::from_json(const std::string& text) {
   const auto scene = nlohmann::json::parse(text, nullptr, false);
   if (!scene.is_object()) throw std::invalid_argument("a scene is one JSON object");
+  know_all(scene, {"light", "points", "flicker"});
+  if (scene.contains("light") && scene.contains("points")) {
+    throw std::invalid_argument("a scene has \"light\" or \"points\"");
+  }
   std::vector<Wave> waves;
   if (scene.contains("flicker")) {
     if (!scene["flicker"].is_array()) throw std::invalid_argument("\"flicker\" is a list");

@@ -376,14 +376,16 @@ TEST(SimulatedScene, FlickersAroundItsMean) {
 }
 
 TEST(SimulatedScene, SaysWhatIsWrongWithBadInput) {
-  for (const char* bad : {"", "[]", "{}", "{\"light\": [1]}", "{\"light\": [1,2,3,4,5,-6]}",
-                          "{\"light\": [1,2,3,4,5,\"6\"]}", "{\"points\": []}",
-                          "{\"points\": [{\"light\": [1,2,3,4,5,6]}]}",
-                          R"({"light": [1,2,3,4,5,6], "flicker": [{"wave": "sine"}]})",
-                          R"({"light": [1,2,3,4,5,6], "flicker": [{"wave": "pwm", "duty": 2}]})",
-                          R"({"light": [1,2,3,4,5,6], "flicker": [{"wave": "mains"},
+  for (const char* bad :
+       {"", "[]", "{}", "{\"light\": [1]}", "{\"light\": [1,2,3,4,5,-6]}",
+        "{\"light\": [1,2,3,4,5,\"6\"]}", "{\"points\": []}",
+        "{\"light\": [1,2,3,4,5,6], \"flikcer\": []}", "{\"light\": [1,2,3,4,5,6], \"points\": []}",
+        "{\"points\": [{\"light\": [1,2,3,4,5,6]}]}",
+        R"({"light": [1,2,3,4,5,6], "flicker": [{"wave": "sine"}]})",
+        R"({"light": [1,2,3,4,5,6], "flicker": [{"wave": "pwm", "duty": 2}]})",
+        R"({"light": [1,2,3,4,5,6], "flicker": [{"wave": "mains"},
                                                                   {"wave": "candle"}]})",
-                          R"({"points": [{"at_ms": 5, "light": [1,2,3,4,5,6]},
+        R"({"points": [{"at_ms": 5, "light": [1,2,3,4,5,6]},
                                          {"at_ms": 1, "light": [1,2,3,4,5,6]}]})"}) {
     EXPECT_THROW(Scene::from_json(bad), std::invalid_argument) << bad;
   }

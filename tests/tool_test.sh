@@ -93,6 +93,7 @@ how_to_start --simulate
 if "${start[@]}" --simulate als --count 2 --csv >/dev/full 2>"$folder/err"; then fail "a full disk is no failure"; fi
 expect 0 "none +1$" --simulate=dark flicker --detector
 expect 2 'sda-drive takes 4, 8' --simulate control set sda-drive 6
+expect 2 "pedestal-value takes" --simulate control set pedestal-value 9
 expect 2 'no control "volume"' --simulate control get volume
 expect 2 'no scene "disco"' --simulate=disco info
 expect 2 "does not end in" --simulate flicker --plot lamp.svg

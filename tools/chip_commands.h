@@ -16,13 +16,17 @@ struct Control {
   const char* name;
   VD6281_Control_Id_t id;
   const char* values;
+  bool (*takes)(unsigned int value);
 };
+constexpr bool is_switch(unsigned int value) { return value <= 1; }
+constexpr bool is_pedestal(unsigned int value) { return value <= 7; }
+constexpr bool is_drive(unsigned int value) { return value >= 4 && value <= 20 && value % 4 == 0; }
 constexpr Control kControls[] = {
-    {"pedestal-enable", VD6281_CONTROL_PEDESTAL_ENABLE, "0 or 1"},
-    {"pedestal-value", VD6281_CONTROL_PEDESTAL_VALUE, "0..7"},
-    {"dark-output", VD6281_CONTROL_OUTPUT_DARK_ENABLE, "0 or 1"},
-    {"sda-drive", VD6281_CONTROL_SDA_DRIVE_VALUE, "4, 8, 12, 16 or 20"},
-    {"otp-usage", VD6281_CONTROL_OTP_USAGE_ENABLE, "0 or 1"},
+    {"pedestal-enable", VD6281_CONTROL_PEDESTAL_ENABLE, "0 or 1", is_switch},
+    {"pedestal-value", VD6281_CONTROL_PEDESTAL_VALUE, "0..7", is_pedestal},
+    {"dark-output", VD6281_CONTROL_OUTPUT_DARK_ENABLE, "0 or 1", is_switch},
+    {"sda-drive", VD6281_CONTROL_SDA_DRIVE_VALUE, "4, 8, 12, 16 or 20", is_drive},
+    {"otp-usage", VD6281_CONTROL_OTP_USAGE_ENABLE, "0 or 1", is_switch},
 };
 
 inline const Control& control_named(const std::string& name) {
@@ -103,10 +107,9 @@ void get_control(const std::string& name) {
 template <typename Service>
 void set_control(const std::string& name, unsigned int value) {
   const Control& control = control_named(name);
+  if (!control.takes(value)) throw UsageError(name + " takes " + control.values);
   Session<Service> session(SPECTRAL_MODE_ALS);
-  const int status = session.driver()->VD6281_SetControl(control.id, value);
-  if (status == 1) throw UsageError(name + " takes " + control.values);
-  require(status, "setting " + name);
+  require(session.driver()->VD6281_SetControl(control.id, value), "setting " + name);
 }
 
 inline void list_controls() {

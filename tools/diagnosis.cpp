@@ -28,7 +28,10 @@ std::string advise(const std::string& node, const std::string& action, int error
            "\nIs this a phone with the sensor, and its kernel driver loaded? Without one, try "
            "--simulate.";
   }
-  return what + "\nTry as root, and look for an SELinux denial: dmesg | grep avc.";
+  if (error == EACCES || error == EPERM) {
+    return what + "\nTry as root, and look for an SELinux denial: dmesg | grep avc.";
+  }
+  return what + "\nThe kernel's log may say more: dmesg.";
 }
 
 // Opens the node, lets `use(fd)` do one thing with it, which is negative or sets errno where it

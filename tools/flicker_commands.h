@@ -113,15 +113,15 @@ std::optional<Waveform> measure_flicker(Session<Service>* session, const Flicker
     (*session)->Process(SPECTRAL_MODE_FLICKER, &output);
     return output.flicker;
   };
-  for (int i = 1; !options.watch && i < kConfirmations && !interrupted(); ++i) measure("");
-  print_flicker_head(format);
+  for (int i = 1; i < kConfirmations && !interrupted(); ++i) measure("");
   std::optional<Waveform> last;
   repeat(options, [&](int number) {
-    const FlickerResult verdict = measure(options.watch ? "" : ", to confirm");
+    const FlickerResult verdict = measure(number == 1 ? ", to confirm" : "");
     if (interrupted()) return false;
     const float* samples = (*session)->m_flkSamples;
     last = {{samples, samples + std::size((*session)->m_flkSamples)}, verdict};
     require_samples(last->samples);
+    if (number == 1) print_flicker_head(format);
     print_flicker(format, number, verdict, flicker_gain(session->service(), verdict.gain));
     return true;
   });

@@ -1,6 +1,8 @@
 // spectralsensorctl: bring a sensor up, read light, find flicker, look at registers and controls,
 // on a phone or on the simulated one.
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
@@ -75,6 +77,7 @@ class Tool {
     m_action();
     flush_output();
     const bool watches = m_als.watch || m_flicker.watch;  // Ctrl-C is how these end
+    if (interrupted() && isatty(STDERR_FILENO) == 1) std::fputs("\n", stderr);  // behind the ^C
     return interrupted() && !watches ? 1 : 0;
   }
 
@@ -96,7 +99,7 @@ class Tool {
   template <typename Pointer>
   using ServiceOf = std::remove_pointer_t<Pointer>;
 
-  static CLI::Validator ends_in(std::vector<std::string> endings) {
+  static CLI::Validator ends_in(const std::vector<std::string>& endings) {
     const auto check = [endings](const std::string& name) -> std::string {
       for (const std::string& ending : endings) {
         const bool fits = name.size() > ending.size() &&
@@ -310,7 +313,7 @@ class Tool {
       "use a VD6281 spectral light sensor\n"
       "Brings the sensor up through libspectralsensor, does what is asked, and leaves it powered "
       "down. On a phone it needs to be root; with --simulate it runs anywhere. The library's log "
-      "goes to logcat on a phone and to stderr elsewhere (SPECTRALHOST_LOG=silent|error|debug).",
+      "goes to logcat on a phone and to stderr elsewhere (SPECTRALHOST_LOG=silent to debug).",
       "spectralsensorctl"};
   std::function<void()> m_action;
   std::string m_facade = "device";

@@ -23,6 +23,7 @@ namespace spectralsensorctl {
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
+const std::string kScriptEnd = ".gp";
 constexpr double kShownMs = 100.0;
 constexpr double kLeastAmplitude = 0.1;  // counts; a logarithmic axis has no 0
 
@@ -49,7 +50,15 @@ float amplitude_at(const std::vector<float>& amplitudes, double step_hz, unsigne
   return highest;
 }
 
-std::string script_of(const Waveform& waveform) {
+// As gnuplot quotes: a quote within is doubled.
+std::string quoted(const std::string& text) {
+  std::string result = "'";
+  for (const char c : text) result += c == '\'' ? "''" : std::string(1, c);
+  return result + "'";
+}
+
+// Draws the waveform and its spectrum into a picture.
+std::string script_of(const std::string& picture, const Waveform& waveform) {
   std::vector<std::pair<double, double>> wave;
   const auto shown = static_cast<std::size_t>(kShownMs * kSampleRateHz / 1000.0);
   for (std::size_t i = 0; i < std::min(shown, waveform.samples.size()); ++i) {
@@ -66,7 +75,8 @@ std::string script_of(const Waveform& waveform) {
     highest = std::max(highest, amplitude);
   }
   std::ostringstream text;
-  text << plot_text(wave, "wave") << plot_text(spectrum, "spectrum")
+  text << "set terminal pngcairo size 1000,800\nset output " << quoted(picture) << "\n"
+       << plot_text(wave, "wave") << plot_text(spectrum, "spectrum")
        << "set multiplot layout 2,1\nset grid linecolor rgb '#dddddd'\nset lmargin 10\nunset key\n"
        << "set title 'Light, the first " << kShownMs << " ms'\n"
        << "set xlabel 'time (ms)'\nset ylabel 'counts'\n"
@@ -76,22 +86,15 @@ std::string script_of(const Waveform& waveform) {
        << "set logscale y\nset xrange [0:" << kSampleRateHz / 2 << "]\n"
        << "set yrange [" << kLeastAmplitude << ":" << 20.0 * highest << "]\n";
   text << "plot $spectrum using 1:2 with lines linecolor rgb '#2471a3' notitle";
-  int symbol = 4;
+  int symbol = 5;
   for (const Peak& peak : peaks_of(waveform.verdict)) {
     const float amplitude = amplitude_at(amplitudes, step_hz, peak.frequency_hz);
     text << ", '+' every ::::0 using (" << peak.frequency_hz << "):(" << amplitude
-         << ") with points pointtype " << ++symbol << " pointsize 2 linecolor rgb '#c0392b' title '"
+         << ") with points pointtype " << symbol++ << " pointsize 2 linecolor rgb '#c0392b' title '"
          << peak.name << " " << peak.frequency_hz << " Hz'";
   }
   text << "\nunset multiplot\n";
   return text.str();
-}
-
-// As gnuplot quotes: a quote within is doubled.
-std::string quoted(const std::string& text) {
-  std::string result = "'";
-  for (const char c : text) result += c == '\'' ? "''" : std::string(1, c);
-  return result + "'";
 }
 
 void run_gnuplot(const std::string& path, const std::string& script) {
@@ -160,13 +163,12 @@ void save_wav(const std::string& path, const Waveform& waveform) {
 }
 
 void plot(const std::string& path, const Waveform& waveform) {
-  const std::string script = script_of(waveform);
-  if (!ends_with(path, ".gp")) {
-    run_gnuplot(path,
-                "set terminal pngcairo size 1000,800\nset output " + quoted(path) + "\n" + script);
+  if (!ends_with(path, kScriptEnd)) {
+    run_gnuplot(path, script_of(path, waveform));
     return;
   }
-  write_file(path, "set terminal pngcairo size 1000,800\nset output 'flicker.png'\n" + script);
+  const std::string stem = path.substr(0, path.size() - kScriptEnd.size());
+  write_file(path, script_of(stem + ".png", waveform));
 }
 
 }  // namespace spectralsensorctl
