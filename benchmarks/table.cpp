@@ -38,7 +38,8 @@ void Table::ReportRuns(const std::vector<Run>& runs) {
     if (run.error_occurred) std::fprintf(stderr, "%s\n", run.error_message.c_str());
     if (run.run_type != Run::RT_Aggregate || run.aggregate_name != "median") continue;
     std::string name = run.run_name.function_name;
-    const double ns = run.cpu_accumulated_time * 1e9;
+    const double ns =
+        run.GetAdjustedCPUTime() * 1e9 / benchmark::GetTimeUnitMultiplier(run.time_unit);
     if (takes_end(&name, "/floor")) {
       row_of(name).floor_ns = ns;
     } else if (takes_end(&name, "/library")) {
