@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <thread>
 
 #include "driver/nodes.h"
@@ -21,6 +22,12 @@ using spectralsim::Event;
 using spectralsim::Node;
 
 constexpr std::size_t kSecondOfPayloads = 100;
+constexpr char kFactoryPath[] = "/mnt/vendor/persist/camera/ials_fac_test";
+
+[[noreturn]] void give_up(const char* what) {
+  std::fprintf(stderr, "the bare loop fails: %s\n", what);
+  std::abort();
+}
 
 const char* path_of(Node node) {
   switch (node) {
@@ -32,17 +39,25 @@ const char* path_of(Node node) {
       return spectral::kReadBytePath;
     case Node::kWriteByte:
       return spectral::kWriteBytePath;
+    case Node::kFactoryFile:
+      return kFactoryPath;
     default:
-      std::fprintf(stderr, "a node that no bare loop opens\n");
-      std::abort();
+      give_up("a node that it cannot open");
   }
+}
+
+int flags_of(Node node) {
+  if (node == Node::kFactoryFile) return O_RDONLY;
+  return node == Node::kDevice || node == Node::kEnable ? O_RDWR : O_WRONLY;
 }
 
 }  // namespace
 
 Floor::Floor(const spectralsim::Trace& recorded, Waits waits, std::int64_t exposure_ms)
     : m_exposure_ms(exposure_ms) {
-  for (const Event& event : recorded) take(event, waits);
+  for (const Event& event : recorded) {
+    if (event.call != Call::kLog) take(event, waits);
+  }
 }
 
 void Floor::take(const Event& event, Waits waits) {
@@ -61,6 +76,9 @@ void Floor::take(const Event& event, Waits waits) {
   } else if (event.call == Call::kIoctl) {
     std::sscanf(event.text.c_str(), " %x/%u", &step.words[1], &step.words[3]);
     step.words[2] = 1;
+  } else if (event.call == Call::kRead) {
+    // At its end a file gives nothing to whoever asks for a byte.
+    step.event.text.resize(event.result > 0 ? static_cast<std::size_t>(event.result) : 1);
   }
   m_steps.push_back(step);
 }
@@ -77,35 +95,45 @@ void Floor::run() {
 
 void Floor::issue(Step* step) {
   const Event& event = step->event;
-  int& opened = m_fd_of_recorded[static_cast<std::size_t>(event.fd)];
+  int& opened = m_fd_of_recorded.at(static_cast<std::size_t>(event.fd));
   const int fd = opened != 0 ? opened : event.fd;
   switch (event.call) {
     case Call::kOpen:
-      if (event.node == Node::kTunnel) {
-        m_tunnel = std::fopen(spectral::kTunnelPath, "r");
-        opened = fileno(m_tunnel);
-      } else {
-        const bool both = event.node == Node::kDevice || event.node == Node::kEnable;
-        opened = open(path_of(event.node), both ? O_RDWR : O_WRONLY);
-      }
+      opened = opens(event.node);
       break;
     case Call::kClose:
-      if (event.node == Node::kTunnel) {
-        std::fclose(m_tunnel);
-      } else {
-        close(fd);
-      }
+      closes(event.node, fd);
       opened = 0;
       break;
+    case Call::kRead:
+      if (read(fd, step->event.text.data(), step->event.text.size()) != event.result) {
+        give_up("read");
+      }
+      break;
     case Call::kWrite:
-      if (write(fd, event.text.data(), event.text.size()) < 0) std::abort();
+      if (write(fd, event.text.data(), event.text.size()) < 0) give_up("write");
       break;
     case Call::kIoctl:
       request(step, fd);
       break;
     default:
-      break;
+      give_up("a call that it cannot issue");
   }
+}
+
+int Floor::opens(Node node) {
+  if (node == Node::kTunnel) {
+    m_tunnel = std::fopen(spectral::kTunnelPath, "r");
+    if (m_tunnel == nullptr) give_up("fopen");
+    return fileno(m_tunnel);
+  }
+  const int fd = open(path_of(node), flags_of(node));
+  if (fd < 0) give_up("open");
+  return fd;
+}
+
+void Floor::closes(Node node, int fd) {
+  if ((node == Node::kTunnel ? std::fclose(m_tunnel) : close(fd)) != 0) give_up("close");
 }
 
 void Floor::request(Step* step, int fd) {
@@ -113,7 +141,7 @@ void Floor::request(Step* step, int fd) {
     const auto number = static_cast<std::uint32_t>(step->event.address);
     for (const std::uint32_t code : {spectral::kTunnelRouteSetup, spectral::kTunnelSetup,
                                      spectral::kTunnelTerminate, spectral::kTunnelRouteTerminate}) {
-      if ((code & 0xFF) == number && ioctl(fd, code, step->words) != 0) std::abort();
+      if ((code & 0xFF) == number && ioctl(fd, code, step->words) != 0) give_up("ioctl");
     }
     return;
   }
@@ -123,7 +151,7 @@ void Floor::request(Step* step, int fd) {
     const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(m_exposure_ms);
     m_wake.wait_until(lock, until, [] { return false; });
   }
-  if (ioctl(fd, spectral::kReadRegistersRequest, &step->block) != 0) std::abort();
+  if (ioctl(fd, spectral::kReadRegistersRequest, &step->block) != 0) give_up("ioctl");
 }
 
 // A second of payloads with all that comes between them, in the pieces that a reader takes.
@@ -132,7 +160,9 @@ void Floor::read_tunnel() {
   std::size_t payloads = 0;
   std::size_t left = 0;
   while (payloads < kSecondOfPayloads) {
-    const std::size_t got = std::fread(bytes + left, 1, spectral::kTunnelReadSize, m_tunnel) + left;
+    const std::size_t more = std::fread(bytes + left, 1, spectral::kTunnelReadSize, m_tunnel);
+    if (more == 0) give_up("fread");
+    const std::size_t got = left + more;
     std::size_t at = 0;
     while (payloads < kSecondOfPayloads && got - at > spectral::kPacketHeaderSize) {
       const auto length =

@@ -40,6 +40,8 @@ class Floor {
 
   void take(const spectralsim::Event& event, Waits waits);
   void issue(Step* step);
+  int opens(spectralsim::Node node);
+  void closes(spectralsim::Node node, int fd);
   void request(Step* step, int fd);
   void read_tunnel();
 

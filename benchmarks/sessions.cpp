@@ -59,7 +59,7 @@ class WarmSensor {
 struct Minimum {
   int writes;
   int register_reads;
-  int others;  // opens, closes, requests to the tunnel; not the reads of its stream
+  int others;  // opens, closes, reads, requests to the tunnel; not the reads of its stream
 };
 
 struct Session {
@@ -146,6 +146,13 @@ std::unique_ptr<Floor> floor_of(const Session& session, WarmSensor* sensor) {
                                  exposure_ms + kReadOutTimeMs);
 }
 
+// Neither the log nor stdio's own reads of the tunnel.
+bool counts(const Event& event) {
+  const bool reads_tunnel =
+      event.call == spectralsim::Call::kRead && event.node == spectralsim::Node::kTunnel;
+  return event.call != spectralsim::Call::kLog && !reads_tunnel;
+}
+
 Minimum count(const spectralsim::Trace& trace) {
   Minimum counted = {};
   for (const Event& event : trace) {
@@ -153,7 +160,7 @@ Minimum count(const spectralsim::Trace& trace) {
       ++counted.register_reads;
     } else if (event.call == spectralsim::Call::kWrite) {
       ++counted.writes;
-    } else if (event.call != spectralsim::Call::kRead && event.call != spectralsim::Call::kLog) {
+    } else if (counts(event)) {
       ++counted.others;
     }
   }
@@ -165,12 +172,12 @@ std::string text_of(const Minimum& calls) {
          std::to_string(calls.others);
 }
 
-// The floor issues what the library does: everything but the log and stdio's own reads.
+// Whether the floor issues what the library does.
 bool is_same(const spectralsim::Trace& library, const spectralsim::Trace& floor) {
   const auto lines = [](const spectralsim::Trace& trace) {
     std::vector<std::string> result;
     for (const Event& event : trace) {
-      if (event.call == spectralsim::Call::kLog || event.call == spectralsim::Call::kRead) continue;
+      if (!counts(event)) continue;
       Event plain = event;
       plain.value = event.is_register_read() ? 0 : event.value;
       result.push_back(spectralsim::describe(plain));
