@@ -1,6 +1,5 @@
 #include "benchmarks/table.h"
 
-#include <algorithm>
 #include <cstdio>
 
 namespace bench {
@@ -35,7 +34,10 @@ Table::Row& Table::row_of(const std::string& figure) {
 
 void Table::ReportRuns(const std::vector<Run>& runs) {
   for (const Run& run : runs) {
-    if (run.error_occurred) std::fprintf(stderr, "%s\n", run.error_message.c_str());
+    if (run.error_occurred) {
+      std::fprintf(stderr, "%s: %s\n", run.run_name.str().c_str(), run.error_message.c_str());
+      m_has_failed = true;
+    }
     if (run.run_type != Run::RT_Aggregate || run.aggregate_name != "median") continue;
     std::string name = run.run_name.function_name;
     const double ns =
@@ -48,13 +50,23 @@ void Table::ReportRuns(const std::vector<Run>& runs) {
   }
 }
 
+std::string Table::remark_on(const Row& row) const {
+  if (row.floor_ns <= 0 || row.library_ns <= 0) return "";
+  const double times = row.library_ns / row.floor_ns;
+  char text[64];
+  std::snprintf(text, sizeof text, "%.2f times", times);
+  std::string remark = text;
+  const auto mark = m_marks.find(row.figure);
+  if (mark == m_marks.end()) return remark;
+  std::snprintf(text, sizeof text, ", at most %.2f%s", mark->second,
+                times > mark->second ? "  MISSED" : "");
+  return remark + text;
+}
+
 void Table::Finalize() {
   for (const Row& row : m_rows) {
-    char ratio[32] = "";
-    if (row.floor_ns > 0)
-      std::snprintf(ratio, sizeof ratio, "%.2f times", row.library_ns / row.floor_ns);
-    print_row(row.figure, time_text(row.library_ns),
-              row.floor_ns > 0 ? time_text(row.floor_ns) : "", ratio);
+    print_row(row.figure, row.library_ns > 0 ? time_text(row.library_ns) : "",
+              row.floor_ns > 0 ? time_text(row.floor_ns) : "", remark_on(row));
   }
 }
 

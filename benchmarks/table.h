@@ -4,8 +4,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace bench {
@@ -14,6 +14,10 @@ namespace bench {
 // of its repetitions' CPU times counts.
 class Table : public benchmark::BenchmarkReporter {
  public:
+  // How many times its floor a figure should cost at most.
+  void at_most(const std::string& figure, double times) { m_marks[figure] = times; }
+  bool has_failed() const { return m_has_failed; }  // a benchmark, not a mark
+
   bool ReportContext(const Context& context) override;
   void ReportRuns(const std::vector<Run>& runs) override;
   void Finalize() override;
@@ -25,8 +29,11 @@ class Table : public benchmark::BenchmarkReporter {
     double floor_ns = 0;
   };
   Row& row_of(const std::string& figure);
+  std::string remark_on(const Row& row) const;
 
   std::vector<Row> m_rows;
+  std::map<std::string, double> m_marks;
+  bool m_has_failed = false;
 };
 
 void print_head();
