@@ -34,14 +34,16 @@ struct Promise {
   const char* said = "";  // how its own message begins that goes with a status of -22
 };
 
-// By operation: -4, -7, -8, 1, 7 and 8 are what an operation
-// answers when an earlier one has failed.
+// By operation: -4, -7, -8, 1, 7 and 8 are what an operation answers when an earlier one has
+// failed.
 const std::map<std::string, Promise> kPromises = {
     {"Create", {{0}}},
     {"Destroy", {{0}}},
     {"Init", {{0, -17, -22}, kNothing, true, "Init: "}},
     {"Uninit", {{0}}},
-    {"Process", {{0, -22}}},
+    {"ProcessALS", {{0, -22}}},  // and what judge_capture has
+    {"ProcessALSAuto", {{0, -22}}},
+    {"ProcessFlicker", {{0}}},
     {"Stop", {{0, -22}, kNothing, false, "StopExp"}},  // of a capture's measurement
     {"StartExpFLK", {{0, -22}, kNothing, false, "StartExpFLK: "}},
     {"StopExpFLK", {{0, -22}, kNothing, false, "StopExpFLK: "}},
@@ -219,6 +221,40 @@ bool is_of_sensor(const Event& event) {
          event.node == Node::kAnalysisLibrary;
 }
 
+// What was refused of an ambient-light capture, by its steps.
+struct Capture {
+  bool configuring = false;
+  bool starting = false;
+  bool reading = false;
+  bool stopping = false;
+  bool has_read = false;  // or tried to
+
+  void see(const Event& event) {
+    if (!event.is_register_read() && !event.is_register_write()) return;
+    const bool refused = is_refused(event);
+    if (event.address == kStatus || event.address == kCounts) {
+      has_read = true;
+      reading |= refused;
+    } else if (is_setting(event)) {
+      configuring |= refused;
+    } else {
+      (has_read ? stopping : starting) |= refused;
+    }
+  }
+
+ private:
+  static constexpr int kStatus = 0x02;  // read before the counts, and written behind them
+  static constexpr int kCounts = 0x06;
+
+  static bool is_setting(const Event& event) {
+    const bool exposure = event.address == 0x1D || event.address == 0x1E;
+    return exposure || (event.address >= 0x25 && event.address <= 0x2A);
+  }
+};
+
+// Without the last word, which is the time.
+std::string reading_of(const std::string& als) { return als.substr(0, als.rfind(' ')); }
+
 // Goes through a trace, call by call.
 class Reader {
  public:
@@ -247,6 +283,7 @@ class Reader {
 
   void see_call(const Event& event) {
     if (!m_expected.empty()) expect_nothing(describe(event));
+    m_capture.see(event);
     if (event.node == Node::kTunnel && event.call == Call::kRead) return see_tunnel_read(event);
     if (event.node == Node::kTunnel && event.call == Call::kOpen) m_got = 0;
     if (!is_refused(event)) return;
@@ -284,16 +321,61 @@ class Reader {
 
   void see_client(const std::string& text) {
     const auto sign = text.find(" = ");
-    if (sign == std::string::npos) return;
+    if (sign == std::string::npos) {
+      m_told = text;
+      return;
+    }
     expect_nothing(text);
-    const auto promise = kPromises.find(text.substr(0, sign));
+    const std::string operation = text.substr(0, sign);
+    const long status = std::stol(text.substr(sign + 3));
+    const auto promise = kPromises.find(operation);
     if (promise == kPromises.end()) {
       m_broken.push_back("unknown operation: " + text);
     } else {
-      judge(text, promise->second, std::stol(text.substr(sign + 3)));
+      judge(text, promise->second, status);
+    }
+    if (operation == "Stop") return;  // the capture's own line is still to come
+    if (operation == "Create") m_last_auto = kNothingMeasured;
+    if (operation == "ProcessALS") judge_capture(text, status, false);
+    if (operation == "ProcessALSAuto") judge_capture(text, status, true);
+    if (operation == "ProcessFlicker" && m_told.rfind("flicker 1 ", 0) != 0) {
+      m_broken.push_back("not valid: " + text);
     }
     m_refused = false;
+    m_capture = {};
     m_said.clear();
+  }
+
+  // A step that was refused a call has its line. What was not read, as nothing was started or the
+  // reading failed, gives -22 and no values; in auto-exposure the previous ones, and a line. What
+  // was read is valid, unless an earlier capture's measurement stood in the way: that one may never
+  // become ready.
+  void judge_capture(const std::string& text, long status, bool automatic) {
+    const bool not_configured = has_said("ConfigALS: ");
+    const bool not_started = has_said("StartExpALS: ");
+    const bool failed = m_capture.configuring || m_capture.starting || m_capture.reading;
+    const std::string reading = reading_of(m_told);
+    const bool valid = reading.rfind("als 1 ", 0) == 0;
+    const auto require = [&](bool holds, const char* what) {
+      if (!holds) m_broken.push_back(std::string(what) + ": " + text + ", " + m_told);
+    };
+    require(!m_capture.configuring || not_configured, "refused, without ConfigALS");
+    require(!m_capture.starting || not_started, "refused, without StartExpALS");
+    require(!m_capture.stopping || has_said("StopExpALS: "), "refused, without StopExpALS");
+    const bool not_read = m_capture.reading || !m_capture.has_read;
+    require(has_said("ReadALS: ") == (automatic && not_read), "with or without ReadALS, wrongly");
+    require(!failed || status == kServiceFailed, "refused, yet well");
+    if (status != 0) require(failed || not_configured || not_started, "failed without a cause");
+    if (status != 0 && automatic) require(reading == m_last_auto, "not the previous result");
+    if (status != 0 && !automatic) require(!valid, "failed, yet valid");
+    if (status == 0) require(valid || (not_configured && !automatic), "well, yet not valid");
+    if (status == 0 && automatic) m_last_auto = reading;
+  }
+
+  bool has_said(const std::string& what) const {
+    return std::any_of(m_said.begin(), m_said.end(), [&](const std::string& line) {
+      return line.find(": " + what) != std::string::npos;
+    });
   }
 
   void judge(const std::string& text, const Promise& promise, long status) {
@@ -304,15 +386,18 @@ class Reader {
                            (promise.passes_on == kResultOrNegated && is_in(m_results, -status));
     if (!is_in(promise.statuses, status) && !passed_on) m_broken.push_back("undocumented: " + text);
     if (promise.tells && m_refused && status == 0) m_broken.push_back("untold failure: " + text);
-    const auto says = [&](const std::string& line) {
-      return line.find(std::string(": ") + promise.said) != std::string::npos;
-    };
-    if (status == kServiceFailed && std::none_of(m_said.begin(), m_said.end(), says)) {
-      if (promise.said[0] != '\0') m_broken.push_back("without a message: " + text);
+    if (status == kServiceFailed && promise.said[0] != '\0' && !has_said(promise.said)) {
+      m_broken.push_back("without a message: " + text);
     }
   }
 
+  static constexpr char kNothingMeasured[] =
+      "als 0 0 0x0p+0 0x0p+0 0x0p+0 0x0p+0 0x0p+0 0x0p+0 0x0p+0 0x0p+0";
+
   const std::vector<long>& m_results;
+  Capture m_capture;
+  std::string m_told;  // the client's last line that was no status
+  std::string m_last_auto = kNothingMeasured;
   std::deque<std::string> m_expected;
   bool m_refused = false;
   long m_got = 0;  // by the fread under way

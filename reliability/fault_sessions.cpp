@@ -63,12 +63,16 @@ class User {
 
   void process(int mode) {
     SpectralSensorOutput output = {};
+    output.als.valid = 1;  // to be cleared by a capture that fails
     const std::uint32_t before = state();
     const int status = m_service->Process(mode, &output);
     const bool stopped = state() == before || state() <= VD6281_STATE_IDLE;
     tell("Stop", stopped ? 0 : -22);  // said by the library, where it did not go well
-    tell("Process", status);
     mode == kAls ? tell_result(output.als) : tell_result(output.flicker);
+    tell(mode == kFlicker                ? "ProcessFlicker"
+         : m_service->m_alsAeEnable != 0 ? "ProcessALSAuto"
+                                         : "ProcessALS",
+         status);
   }
 
   void tell_result(const ALSResult& als) {
