@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "reliability/arguments.h"
 #include "simulator/phone.h"
 #include "spectral_sensor.h"
 #include "tests/support/heap.h"
@@ -222,6 +223,11 @@ constexpr char kHelp[] =
     "  --hours H  so many (1)\n"
     "  --seed N   of all that is random (1)\n";
 
+int usage(int status) {
+  std::fputs(kHelp, status == 0 ? stdout : stderr);
+  return status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -230,12 +236,11 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     const bool has_value = i + 1 < argc;
     if (std::strcmp(argv[i], "--hours") == 0 && has_value) {
-      hours = std::strtod(argv[++i], nullptr);
+      if (!sweep::parse(argv[++i], &hours)) return usage(2);
     } else if (std::strcmp(argv[i], "--seed") == 0 && has_value) {
-      seed = std::strtoull(argv[++i], nullptr, 10);
+      if (!sweep::parse(argv[++i], &seed)) return usage(2);
     } else {
-      std::fputs(kHelp, stdout);
-      return std::strcmp(argv[i], "--help") == 0 ? 0 : 2;
+      return usage(std::strcmp(argv[i], "--help") == 0 ? 0 : 2);
     }
   }
   setenv("SPECTRALHOST_LOG", "silent", 1);
