@@ -184,7 +184,8 @@ Trace refused_at_last(const char* name, Call call, int address) {
   return {};
 }
 
-// A rule: the trace of a failure keeps it, and is altered to break it.
+// A rule, which the trace of a failure keeps and is altered to break. One that is broken as it is
+// comes out in the sweep.
 struct Rule {
   const char* session;
   Call call;
@@ -215,10 +216,14 @@ constexpr Rule kRules[] = {
 bool rules_can_be_broken() {
   for (const Rule& rule : kRules) {
     const Trace trace = refused_at_last(rule.session, rule.call, rule.address);
-    const bool kept = !trace.empty() && !is_broken(trace);
-    if (kept && is_broken(altered(trace, rule.removed, rule.from, rule.to))) continue;
-    std::printf("%s, %02x refused: %s\n", rule.session, static_cast<unsigned int>(rule.address),
-                kept ? "the altered trace is not noticed" : "the trace itself breaks a rule");
+    if (trace.empty()) {
+      std::printf("%s has no such call\n", rule.session);
+    } else if (!is_broken(altered(trace, rule.removed, rule.from, rule.to))) {
+      std::printf("%s, %02x refused: unnoticed\n", rule.session,
+                  static_cast<unsigned int>(rule.address));
+    } else {
+      continue;
+    }
     return false;
   }
   return true;
