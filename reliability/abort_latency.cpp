@@ -21,6 +21,7 @@ using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
 constexpr std::uint64_t kSeed = 1;
+constexpr int kModes[] = {SPECTRAL_MODE_ALS, SPECTRAL_MODE_FLICKER};
 
 struct Case {
   const char* name;
@@ -99,7 +100,7 @@ bool measure(const char* facade, Service* service, const Case& what, std::mt1993
   }
   std::sort(ms.begin(), ms.end());
   std::printf("%-8s %-18s %4zu", facade, what.name, ms.size());
-  for (const std::size_t percent : {0, 50, 90, 99, 100}) {
+  for (const std::size_t percent : {0u, 50u, 90u, 99u, 100u}) {
     if (ms.empty() || (percent == 99 && ms.size() < 100)) {
       std::printf(" %8s", "");
     } else {
@@ -117,7 +118,7 @@ template <typename Service>
 bool measure(const char* facade) {
   Service* service = Service::Create();
   bool ok = service != nullptr;
-  for (const int mode : {SPECTRAL_MODE_ALS, SPECTRAL_MODE_FLICKER}) {
+  for (const int mode : kModes) {
     ok = ok && service->Init(mode) == 0;
   }
   if (!ok) std::printf("BROKEN: the %s service does not come up\n", facade);

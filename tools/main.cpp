@@ -39,6 +39,7 @@ class Tool {
     m_app.set_version_flag("--version", SPECTRAL_VERSION, "Show the version.");
     m_app.require_subcommand(1);
     m_app.fallthrough();  // the options before a command are taken behind it too
+    m_app.failure_message(usage_failure);
     m_app.footer(
         " spectralsensorctl info\n"
         " spectralsensorctl --simulate=daylight als --watch\n"
@@ -82,6 +83,15 @@ class Tool {
   }
 
  private:
+  // What is wrong with the arguments; of a mistyped command CLI11 says that there is none.
+  static std::string usage_failure(const CLI::App* app, const CLI::Error& error) {
+    const std::vector<std::string> unknown = app->remaining(true);
+    const bool lacks_command = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+    std::string what = error.what();
+    if (lacks_command && !unknown.empty()) what = "no command \"" + unknown.front() + "\"";
+    return "spectralsensorctl: " + what + "\n--help tells what there is.\n";
+  }
+
   // Lets the command do `act(service)` with the service that is chosen; of that, null tells the
   // type.
   template <typename Act>

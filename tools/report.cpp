@@ -115,7 +115,7 @@ void print_info(Format format, const UnitInfo& unit) {
               unit.revision - kFirstRevision);
   std::printf("unit           %s\n", unit.uid.c_str());
   std::printf("driver         %u.%u\n", unit.driver_major, unit.driver_minor);
-  std::printf("OTP            oscillator trims 0x%03x and 0x%x, colour map %u\n",
+  std::printf("OTP            oscillator trims 0x%03x and 0x%x, color map %u\n",
               unit.oscillator_trim, unit.oscillator_2_trim, unit.color_map);
   std::printf("phone model    %u%s (by ro.product.device)\n", unit.phone_model,
               unit.phone_model == 0 ? ", unknown" : "");
