@@ -1,5 +1,5 @@
-// How long loading a library takes, with all its symbols bound: its path, and how often. Prints the
-// median in microseconds.
+// How long loading each of some libraries takes, with all its symbols bound: how often, and their
+// paths. They take turns. Prints the medians in microseconds, in one line.
 
 #include <dlfcn.h>
 
@@ -10,24 +10,30 @@
 #include <vector>
 
 int main(int argc, char** argv) {
-  const int times = argc > 2 ? std::atoi(argv[2]) : 0;
+  const int times = argc > 2 ? std::atoi(argv[1]) : 0;
   if (times < 1) {
-    std::fprintf(stderr, "usage: load_time LIBRARY TIMES\n");
+    std::fprintf(stderr, "usage: load_time TIMES LIBRARY...\n");
     return 2;
   }
-  std::vector<double> times_us;
+  const std::vector<const char*> libraries(argv + 2, argv + argc);
+  std::vector<std::vector<double>> times_us(libraries.size());
   for (int i = 0; i < times; ++i) {
-    const auto start = std::chrono::steady_clock::now();
-    void* const library = dlopen(argv[1], RTLD_NOW);
-    const auto end = std::chrono::steady_clock::now();
-    if (library == nullptr) {
-      std::fprintf(stderr, "%s\n", dlerror());
-      return 1;
+    for (std::size_t which = 0; which < libraries.size(); ++which) {
+      const auto start = std::chrono::steady_clock::now();
+      void* const library = dlopen(libraries[which], RTLD_NOW);
+      const auto end = std::chrono::steady_clock::now();
+      if (library == nullptr) {
+        std::fprintf(stderr, "%s\n", dlerror());
+        return 1;
+      }
+      dlclose(library);
+      times_us[which].push_back(std::chrono::duration<double, std::micro>(end - start).count());
     }
-    dlclose(library);
-    times_us.push_back(std::chrono::duration<double, std::micro>(end - start).count());
   }
-  std::nth_element(times_us.begin(), times_us.begin() + times / 2, times_us.end());
-  std::printf("%.0f\n", times_us[static_cast<std::size_t>(times / 2)]);
+  for (std::vector<double>& of_one : times_us) {
+    std::nth_element(of_one.begin(), of_one.begin() + times / 2, of_one.end());
+    std::printf("%.0f ", of_one[static_cast<std::size_t>(times / 2)]);
+  }
+  std::printf("\n");
   return 0;
 }
