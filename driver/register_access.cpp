@@ -3,6 +3,9 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <array>
+#include <cstring>
+
 #include "driver/nodes.h"
 #include "driver/status.h"
 #include "platform/log.h"
@@ -12,7 +15,13 @@ namespace spectral {
 
 namespace {
 
-constexpr char kDigits[] = "0123456789abcdef";
+// Every byte as two digits.
+constexpr auto kHex = [] {
+  std::array<std::array<char, 2>, 256> digits = {};
+  constexpr char kDigits[] = "0123456789abcdef";
+  for (std::size_t i = 0; i < digits.size(); ++i) digits[i] = {kDigits[i / 16], kDigits[i % 16]};
+  return digits;
+}();
 
 int issue_read(const VD6281_device* dev, VD6281_Transfer_t* block, const char* operation) {
   const int status = ioctl(dev->fd_dev, kReadRegistersRequest, block);
@@ -35,16 +44,16 @@ int read_register(VD6281_device* dev, std::uint8_t address, std::uint8_t* value)
 
 int write_register(VD6281_device* dev, std::uint8_t address, std::uint8_t value) {
   if (dev->state == VD6281_STATE_NONE) return kNoDevice;
-  const auto word = static_cast<unsigned int>(address << 8 | value);
   char text[] = "0x0000";  // up to four digits and the NUL, which is sent too
-  for (int digit = 0; digit < 4; ++digit) text[5 - digit] = kDigits[word >> (4 * digit) & 0xF];
+  std::memcpy(text + 2, &kHex[address], 2);
+  std::memcpy(text + 4, &kHex[value], 2);
   // Leading zeros are left out: the text begins that much later.
-  const int zeros = word > 0xFFF ? 0 : word > 0xFF ? 1 : word > 0xF ? 2 : 3;
-  char* const first = text + zeros;
-  first[0] = '0';
-  first[1] = 'x';
-  const std::size_t length = sizeof text - static_cast<std::size_t>(zeros);
-  const int written = static_cast<int>(write(dev->fd_write_byte, first, length));
+  const auto word = static_cast<unsigned int>(address << 8 | value);
+  const std::size_t zeros = word > 0xFFF ? 0 : word > 0xFF ? 1 : word > 0xF ? 2 : 3;
+  text[zeros] = '0';
+  text[zeros + 1] = 'x';
+  const int written =
+      static_cast<int>(write(dev->fd_write_byte, text + zeros, sizeof text - zeros));
   if (written >= 0) return kOk;  // the attribute takes a short count as a write
   SPECTRAL_LOG_ERROR(kDriverTag, "%s failed, addr = 0x%x, data = %d\n", "VD6281_WrByte", address,
                      value);
