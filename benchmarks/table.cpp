@@ -20,17 +20,13 @@ bool takes_end(std::string* text, const std::string& end) {
   return true;
 }
 
+void keep_least(double ns, double* least) {
+  if (*least <= 0 || ns < *least) *least = ns;
+}
+
 }  // namespace
 
 bool Table::ReportContext(const Context&) { return true; }
-
-Table::Row& Table::row_of(const std::string& figure) {
-  for (Row& row : m_rows) {
-    if (row.figure == figure) return row;
-  }
-  m_rows.push_back({figure});
-  return m_rows.back();
-}
 
 void Table::ReportRuns(const std::vector<Run>& runs) {
   for (const Run& run : runs) {
@@ -38,25 +34,25 @@ void Table::ReportRuns(const std::vector<Run>& runs) {
       std::fprintf(stderr, "%s: %s\n", run.run_name.str().c_str(), run.error_message.c_str());
       m_has_failed = true;
     }
-    if (run.run_type != Run::RT_Aggregate || run.aggregate_name != "median") continue;
+    if (run.error_occurred || run.run_type != Run::RT_Iteration) continue;
     std::string name = run.run_name.function_name;
     const double ns =
         run.GetAdjustedCPUTime() * 1e9 / benchmark::GetTimeUnitMultiplier(run.time_unit);
     if (takes_end(&name, "/floor")) {
-      row_of(name).floor_ns = ns;
+      keep_least(ns, &m_rows[name].floor_ns);
     } else if (takes_end(&name, "/library")) {
-      row_of(name).library_ns = ns;
+      keep_least(ns, &m_rows[name].library_ns);
     }
   }
 }
 
-std::string Table::remark_on(const Row& row) const {
+std::string Table::remark_on(const std::string& figure, const Row& row) const {
   if (row.floor_ns <= 0 || row.library_ns <= 0) return "";
   const double times = row.library_ns / row.floor_ns;
   char text[64];
   std::snprintf(text, sizeof text, "%.2f times", times);
   std::string remark = text;
-  const auto mark = m_marks.find(row.figure);
+  const auto mark = m_marks.find(figure);
   if (mark == m_marks.end()) return remark;
   std::snprintf(text, sizeof text, ", at most %.2f%s", mark->second,
                 times > mark->second ? "  MISSED" : "");
@@ -64,9 +60,9 @@ std::string Table::remark_on(const Row& row) const {
 }
 
 void Table::Finalize() {
-  for (const Row& row : m_rows) {
-    print_row(row.figure, row.library_ns > 0 ? time_text(row.library_ns) : "",
-              row.floor_ns > 0 ? time_text(row.floor_ns) : "", remark_on(row));
+  for (const auto& [figure, row] : m_rows) {
+    print_row(figure, row.library_ns > 0 ? time_text(row.library_ns) : "",
+              row.floor_ns > 0 ? time_text(row.floor_ns) : "", remark_on(figure, row));
   }
 }
 

@@ -10,8 +10,8 @@
 
 namespace bench {
 
-// Benchmarks come as "FIGURE/library" and, where there is one, "FIGURE/floor"; of each the median
-// of its repetitions' CPU times counts.
+// Benchmarks come as "FIGURE/library" and, where there is one, "FIGURE/floor"; of each the least
+// CPU time counts that a repetition took: what is more is the machine's other work.
 class Table : public benchmark::BenchmarkReporter {
  public:
   // How many times its floor a figure should cost at most.
@@ -24,14 +24,12 @@ class Table : public benchmark::BenchmarkReporter {
 
  private:
   struct Row {
-    std::string figure;
     double library_ns = 0;
     double floor_ns = 0;
   };
-  Row& row_of(const std::string& figure);
-  std::string remark_on(const Row& row) const;
+  std::string remark_on(const std::string& figure, const Row& row) const;
 
-  std::vector<Row> m_rows;
+  std::map<std::string, Row> m_rows;
   std::map<std::string, double> m_marks;
   bool m_has_failed = false;
 };
