@@ -13,6 +13,20 @@ libcxx_packages=(clang libc++-dev libc++abi-dev googletest)
 aarch64_packages=(g++-aarch64-linux-gnu qemu-user-static libstdc++6:arm64 libkissfft-dev:arm64
   libsndfile1-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64 libbenchmark-dev:arm64)
 
+# Takes a script's arguments, all in one, and the only one it knows, if any: shows what it does when
+# asked for --help or told anything else, and ends it.
+know_only() {
+  [ -n "$1" ] && [ "$1" != "${2-}" ] || return 0
+  local head
+  head=$(sed -n '2,/^[^#]/s/^# //p' "scripts/$(basename "$0")")
+  if [ "$1" = --help ]; then
+    echo "$head"
+    exit 0
+  fi
+  echo "$head" >&2
+  exit 2
+}
+
 as_root() {
   if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
 }
