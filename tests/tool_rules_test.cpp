@@ -8,6 +8,7 @@
 
 #include "simulator/hub.h"
 #include "tools/live.h"
+#include "tools/report.h"
 #include "tools/tunnel_dump.h"
 #include "tools/waveform.h"
 
@@ -39,6 +40,16 @@ TEST(AmplitudeSpectrum, GivesEachToneItsAmplitudeAtItsFrequencyAndNothingElse) {
   for (const std::size_t elsewhere : {0u, 1u, 60u, 110u, 130u, 240u, 1000u}) {
     EXPECT_LT(amplitudes[elsewhere], 0.1f) << elsewhere;
   }
+}
+
+TEST(Saturation, IsOfAFullCounter) {
+  using spectralsensorctl::is_saturated;
+  EXPECT_TRUE(is_saturated(910.0, 1.6));
+  EXPECT_FALSE(is_saturated(909.0, 1.6));
+  EXPECT_TRUE(is_saturated(57329.6, 100.8));  // a scaled 57330
+  EXPECT_FALSE(is_saturated(57330.0, 102.4));
+  EXPECT_TRUE(is_saturated(65535.0, 1638.4));
+  EXPECT_FALSE(is_saturated(65520.0, 1638.4));
 }
 
 TEST(Peaks, AreTheFrequenciesReportedWithAStrength) {

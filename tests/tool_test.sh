@@ -51,6 +51,13 @@ expect 0 "^  1     300 Hz         100$" --simulate=pwm-300hz flicker --detector
 expect 0 '"frequency_hz":300,"confidence":100' --simulate=pwm-300hz flicker --detector --json
 expect 0 "calibration    none" --simulate info
 expect 0 '"chip_id":112,"revision":188' --simulate info --json
+expect 0 '^      1  green +0\.71 +65520\.00 \*$' --simulate=sunlight als
+expect 0 '^      0  red +0\.71 +59[0-9]{3}\.[0-9]+$' --simulate=sunlight als
+# Also where a unit's factors bring the counts down.
+for ((line = 1; line <= 13; ++line)); do echo 30000; done >"$folder/factory"
+SPECTRALSIM_MODEL=ostrel SPECTRALSIM_FACTORY_FILE=$folder/factory expect 0 '^      1  green +0\.71 +4[0-9]{3}\.[0-9]+ \*$' --simulate=sunlight als
+SPECTRALSIM_MODEL=ostrel SPECTRALSIM_FACTORY_FILE=$folder/factory expect 0 '^      3  infrared +66\.67 +1[0-9]{3}\.[0-9]+$' --simulate als --no-auto-exposure --exposure-us 16000 --gain 66
+expect 0 '"saturated":true' --facade layered --simulate=sunlight als --json
 expect 0 '^      4  clear +10\.00 +45[0-9]{3}\.[0-9]+$' --simulate=office als
 
 # What a measurement is kept as.

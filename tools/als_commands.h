@@ -43,6 +43,17 @@ void configure_als(Service* service, const AlsOptions& options) {
   }
 }
 
+// What a channel's counter is multiplied by in a reading, beside the gains. A calibrated unit has
+// its factors instead of the slopes, but applies them with auto-exposure only.
+template <typename Service>
+double correction(const Service& service, int n) {
+  if (service.m_calibrationValid != 0) {
+    return service.m_alsAeEnable != 0 ? service.m_calibrationFactor[n] : 1.0;
+  }
+  const VD6281_device& dev = SpectralSensorDevice::m_VD6281Device[0];
+  return dev.otp_usage_enable != 0 ? dev.otp_slope[n] / 128.0 : 1.0;
+}
+
 template <typename Service>
 AlsReading capture_als(Session<Service>* session) {
   SpectralSensorOutput output{};
@@ -59,6 +70,11 @@ AlsReading capture_als(Session<Service>* session) {
     VD6281_Color_Id_t color = VD6281_COLOR_UNKNOWN;
     session->driver()->VD6281_GetChannelColor(channel, &color);
     reading.color[n] = color_name(color);
+    const double of_smallest_gain = reading.gain[n] / output.als.gain;
+    reading.saturated[n] =
+        output.als.valid != 0 &&
+        is_saturated(output.als.value[n] / correction(*session->service(), n) * of_smallest_gain,
+                     output.als.exposureMs);
   }
   return reading;
 }

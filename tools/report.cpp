@@ -1,5 +1,6 @@
 #include "tools/report.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
@@ -11,8 +12,11 @@ namespace spectralsensorctl {
 
 namespace {
 
-constexpr int kColumnsBesideTheBar = 38;
+constexpr int kColumnsBesideTheBar = 39;
 constexpr double kFullScale = 65535.0;
+constexpr double kCountsPerStep = 910.0;
+constexpr double kStepMs = 1.6;
+constexpr double kRounding = 1.0;  // what scaling a count forth and back may take from it
 constexpr unsigned int kFirstRevision = 0xBA;  // of cut 2.0
 
 std::vector<int> channels_of(std::uint32_t mask) {
@@ -63,6 +67,7 @@ void print_als_json(int number, const AlsReading& reading) {
     line["channels"].push_back({{"channel", n},
                                 {"color", reading.color[n]},
                                 {"counts", tidy(als.value[n])},
+                                {"saturated", reading.saturated[n]},
                                 {"gain", reading.gain[n]}});
   }
   print_line(line);
@@ -74,8 +79,9 @@ void print_als_csv(int number, const AlsReading& reading) {
               static_cast<double>(als.exposureMs), static_cast<double>(als.gain));
   for (int n = 0; n < 6; ++n) {
     const bool delivered = (als.channelMask >> n & 1) != 0;
-    if (delivered) std::printf(",%g,%g", reading.gain[n], tidy(als.value[n]));
-    if (!delivered) std::printf(",,");
+    if (delivered)
+      std::printf(",%g,%g,%d", reading.gain[n], tidy(als.value[n]), reading.saturated[n]);
+    if (!delivered) std::printf(",,,");
   }
   std::printf("\n");
 }
@@ -99,6 +105,10 @@ void print_info_json(const UnitInfo& unit) {
 }
 
 }  // namespace
+
+bool is_saturated(double counts, double exposure_ms) {
+  return counts > std::min(exposure_ms / kStepMs * kCountsPerStep, kFullScale) - kRounding;
+}
 
 const char* color_name(VD6281_Color_Id_t color) {
   static constexpr const char* kNames[] = {"clear", "red", "green", "blue", "infrared"};
@@ -131,10 +141,10 @@ void print_info(Format format, const UnitInfo& unit) {
 void print_als_head(Format format) {
   if (format == Format::kCsv) {
     std::printf("number,valid,timestamp_ns,exposure_ms,smallest_gain");
-    for (int n = 0; n < 6; ++n) std::printf(",gain_%d,counts_%d", n, n);
+    for (int n = 0; n < 6; ++n) std::printf(",gain_%d,counts_%d,saturated_%d", n, n, n);
     std::printf("\n");
   } else if (format == Format::kTable) {
-    std::printf("  #  exposure ms   counts (gain) of each channel\n");
+    std::printf("  #  exposure ms   counts (gain) of each channel, * saturated\n");
   }
 }
 
@@ -145,7 +155,8 @@ void print_als(Format format, int number, const AlsReading& reading) {
   std::printf("%3d  %11.1f  ", number, static_cast<double>(als.exposureMs));
   if (als.valid == 0) std::printf(" no measurement");
   for (const int n : channels_of(als.channelMask)) {
-    std::printf("  %d: %9.2f (%.2f)", n, static_cast<double>(als.value[n]), reading.gain[n]);
+    std::printf("  %d: %9.2f%s(%.2f)", n, static_cast<double>(als.value[n]),
+                reading.saturated[n] ? "*" : " ", reading.gain[n]);
   }
   std::printf("\n");
 }
@@ -155,11 +166,12 @@ std::string als_panel(const AlsReading& reading, int columns) {
   if (als.valid == 0) return "no measurement\n";
   std::string text = text_of("exposure %.1f ms, counts at gain %.2f\n",
                              static_cast<double>(als.exposureMs), static_cast<double>(als.gain));
-  text += "channel  color       gain     counts\n";
+  text += "channel  color       gain     counts  * saturated\n";
   for (const int n : channels_of(als.channelMask)) {
     const auto value = static_cast<double>(als.value[n]);
     text += text_of("%7d  %-8s  %6.2f  %9.2f", n, reading.color[n], reading.gain[n], value);
-    if (columns > 0) text += "  " + bar(value, kFullScale, columns - kColumnsBesideTheBar);
+    text += reading.saturated[n] ? " *" : columns > 0 ? "  " : "";
+    if (columns > 0) text += " " + bar(value, kFullScale, columns - kColumnsBesideTheBar);
     text += "\n";
   }
   return text;

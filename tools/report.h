@@ -16,7 +16,12 @@ struct AlsReading {
   ALSResult result;
   double gain[6];        // of each channel, as a factor
   const char* color[6];  // of each channel's filter
+  bool saturated[6];     // the counter of each channel was full
 };
+
+// Whether a channel's counts, at its own gain and without any correction, are as many as its
+// counter takes in this time: 910 in each 1.6 ms, and 65535 at most.
+bool is_saturated(double counts, double exposure_ms);
 
 // What the unit is.
 struct UnitInfo {
