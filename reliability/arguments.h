@@ -1,10 +1,12 @@
 #pragma once
 
-// Numbers on the command line: the whole argument has to be one, or nothing is taken from it.
+// What is on the command line. The whole of an argument has to be a number, or nothing is taken
+// from it.
 
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
@@ -27,6 +29,12 @@ inline bool parse(const char* text, double* number) {
   if (rest == text || *rest != '\0' || !std::isfinite(parsed) || parsed <= 0.0) return false;
   *number = parsed;
   return true;
+}
+
+// Returns the exit status that it is given.
+inline int show_help(const char* help, int status) {
+  std::fputs(help, status == 0 ? stdout : stderr);
+  return status;
 }
 
 }  // namespace sweep

@@ -223,11 +223,6 @@ constexpr char kHelp[] =
     "  --hours H  so many (1)\n"
     "  --seed N   of all that is random (1)\n";
 
-int usage(int status) {
-  std::fputs(kHelp, status == 0 ? stdout : stderr);
-  return status;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -236,11 +231,11 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     const bool has_value = i + 1 < argc;
     if (std::strcmp(argv[i], "--hours") == 0 && has_value) {
-      if (!sweep::parse(argv[++i], &hours)) return usage(2);
+      if (!sweep::parse(argv[++i], &hours)) return sweep::show_help(kHelp, 2);
     } else if (std::strcmp(argv[i], "--seed") == 0 && has_value) {
-      if (!sweep::parse(argv[++i], &seed)) return usage(2);
+      if (!sweep::parse(argv[++i], &seed)) return sweep::show_help(kHelp, 2);
     } else {
-      return usage(std::strcmp(argv[i], "--help") == 0 ? 0 : 2);
+      return sweep::show_help(kHelp, std::strcmp(argv[i], "--help") == 0 ? 0 : 2);
     }
   }
   setenv("SPECTRALHOST_LOG", "silent", 1);

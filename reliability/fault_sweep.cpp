@@ -252,11 +252,6 @@ constexpr char kHelp[] =
     "  --every N  disturbs only every N-th call (1)\n"
     "  --seed N   of the sample and the pairs (1)\n";
 
-int usage(int status) {
-  std::fputs(kHelp, status == 0 ? stdout : stderr);
-  return status;
-}
-
 int run(int argc, char** argv) {
   bool whole = false;
   std::uint64_t every = 1;
@@ -265,11 +260,11 @@ int run(int argc, char** argv) {
     if (std::strcmp(argv[i], "--whole") == 0) {
       whole = true;
     } else if (std::strcmp(argv[i], "--every") == 0 && i + 1 < argc) {
-      if (!sweep::parse(argv[++i], &every) || every == 0) return usage(2);
+      if (!sweep::parse(argv[++i], &every) || every == 0) return sweep::show_help(kHelp, 2);
     } else if (std::strcmp(argv[i], "--seed") == 0 && i + 1 < argc) {
-      if (!sweep::parse(argv[++i], &seed)) return usage(2);
+      if (!sweep::parse(argv[++i], &seed)) return sweep::show_help(kHelp, 2);
     } else {
-      return usage(std::strcmp(argv[i], "--help") == 0 ? 0 : 2);
+      return sweep::show_help(kHelp, std::strcmp(argv[i], "--help") == 0 ? 0 : 2);
     }
   }
   std::printf("seed %llu\n", static_cast<unsigned long long>(seed));
