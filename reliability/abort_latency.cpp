@@ -7,10 +7,12 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <random>
 #include <thread>
 #include <vector>
 
+#include "reliability/arguments.h"
 #include "simulator/phone.h"
 #include "spectral_sensor.h"
 
@@ -133,7 +135,13 @@ bool measure(const char* facade) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  constexpr char kHelp[] =
+      "abort_latency\n"
+      "Aborts captures on the simulated phone, on real time, for a minute or two, and prints how "
+      "long\n"
+      "they go on.\n";
+  if (argc > 1) return sweep::show_help(kHelp, std::strcmp(argv[1], "--help") == 0 ? 0 : 2);
   setenv("SPECTRALHOST_LOG", "silent", 1);
   spectralsim::Phone phone;
   phone.clock().set_virtual(false);

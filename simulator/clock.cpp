@@ -37,7 +37,10 @@ std::int64_t start_of(clockid_t id) {
 }  // namespace
 
 std::int64_t Clock::now_ns() const {
-  if (m_virtual) return m_virtual_now_ns;
+  return m_virtual ? m_virtual_now_ns.load() : real_ns() - m_real_start_ns;
+}
+
+std::int64_t Clock::real_ns() {
   static Next<int(clockid_t, timespec*)> system("clock_gettime");
   timespec now = {};
   system(CLOCK_MONOTONIC, &now);

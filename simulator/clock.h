@@ -21,7 +21,7 @@ class __attribute__((visibility("default"))) Clock {
   bool is_virtual() const { return m_virtual; }
   void set_virtual(bool on) { m_virtual = on; }
 
-  // Nanoseconds of the phone's life, on either time.
+  // Nanoseconds since the phone began, on either time.
   std::int64_t now_ns() const;
 
   // The virtual reading of one of the system's clocks; false for one that has none (CPU time).
@@ -43,7 +43,10 @@ class __attribute__((visibility("default"))) Clock {
   std::int64_t when_ns(clockid_t id, const timespec& when) const;
 
  private:
+  static std::int64_t real_ns();
+
   bool m_virtual = true;
+  std::int64_t m_real_start_ns = real_ns();
   mutable std::mutex m_mutex;
   // Written under the lock, read without: an allocator may look at the clock, within the lock too.
   std::atomic<std::int64_t> m_virtual_now_ns{0};

@@ -56,5 +56,6 @@ expect "flicker" --simulate = mixed fl
 expect "device layered" --facade ""
 expect "list get set -h --help" --facade layered control ""
 expect "pedestal-enable pedestal-value" control get p
+expect "4 8 12 16 20" control set sda-drive ""
 expect "--help --count --watch --detector --save --plot --json --csv" flicker --count 3 --
 exit $failed

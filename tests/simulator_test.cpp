@@ -362,6 +362,12 @@ TEST(SimulatedScene, ComesByNameOrAsJson) {
   EXPECT_EQ(ramp.mean(0, 300, 400), 10.0);
 }
 
+TEST(SimulatedScene, BeginsWithThePhoneOnRealTimeToo) {
+  spectralsim::Phone phone;
+  phone.clock().set_virtual(false);
+  EXPECT_LT(phone.clock().now_ns(), spectralsim::kNsPerSecond);
+}
+
 TEST(SimulatedScene, FlickersAroundItsMean) {
   const Scene scene = Scene::from_json(
       R"({"light": [1, 1, 1, 1, 1, 1],

@@ -50,6 +50,8 @@ TEST(Saturation, IsOfAFullCounter) {
   EXPECT_FALSE(is_saturated(57330.0, 102.4));
   EXPECT_TRUE(is_saturated(65535.0, 1638.4));
   EXPECT_FALSE(is_saturated(65520.0, 1638.4));
+  EXPECT_TRUE(is_saturated({0.0f, 32767.0f, 5.0f}));
+  EXPECT_FALSE(is_saturated({0.0f, 32766.0f, 5.0f}));
 }
 
 TEST(Peaks, AreTheFrequenciesReportedWithAStrength) {
@@ -86,9 +88,11 @@ TEST(TunnelStream, IsTakenApartUpToWhereThereIsNoPacket) {
   const TunnelStream cut = parse_stream(vsync + flicker.substr(0, 100));
   EXPECT_THAT(cut.packets, SizeIs(1));
   EXPECT_EQ(cut.left_over, 100u);
+  EXPECT_FALSE(cut.is_out_of_step);
   const TunnelStream garbage = parse_stream(vsync + std::string(50, 'x') + flicker);
   EXPECT_THAT(garbage.packets, SizeIs(1));
   EXPECT_EQ(garbage.left_over, 50 + flicker.size());
+  EXPECT_TRUE(garbage.is_out_of_step);
 }
 
 TEST(Bar, IsByTheLogarithmAndStaysWithinItsWidth) {

@@ -57,6 +57,7 @@ expect 0 '^      0  red +0\.71 +59[0-9]{3}\.[0-9]+$' --simulate=sunlight als
 for ((line = 1; line <= 13; ++line)); do echo 30000; done >"$folder/factory"
 SPECTRALSIM_MODEL=ostrel SPECTRALSIM_FACTORY_FILE=$folder/factory expect 0 '^      1  green +0\.71 +4[0-9]{3}\.[0-9]+ \*$' --simulate=sunlight als
 SPECTRALSIM_MODEL=ostrel SPECTRALSIM_FACTORY_FILE=$folder/factory expect 0 '^      3  infrared +66\.67 +1[0-9]{3}\.[0-9]+$' --simulate als --no-auto-exposure --exposure-us 16000 --gain 66
+expect 0 'saturated: too bright' --simulate=sunlight flicker
 expect 0 '"saturated":true' --facade layered --simulate=sunlight als --json
 expect 0 '^      4  clear +10\.00 +45[0-9]{3}\.[0-9]+$' --simulate=office als
 
@@ -71,7 +72,7 @@ expect 1 "cannot write .*nowhere/lamp.png: No such" --simulate flicker --plot "$
 expect 0 "^   1    0      0 +10000000 +0    160 +-?[0-9]+" --simulate tunnel dump --raw "$folder/stream"
 [ "$(head -c 4 "$folder/stream")" = EMOR ] || fail "no stream"
 expect 0 "^5,15,0,40000000,0,16$" --simulate tunnel dump --csv
-expect 0 '^pedestal-value +0\.\.7$' control list
+expect 0 '^pedestal-value +0, 1, .* 6 or 7$' control list
 expect 0 '^3$' --simulate control get pedestal-value
 expect 0 '' --simulate control set sda-drive 20
 expect 0 '^mains-50hz ' scenes
@@ -91,6 +92,7 @@ read:sensor_tunnel#every sensor_tunnel:.no.samples flicker
 ioctl:sensor_tunnel#every sensor_tunnel:.no.samples flicker
 ioctl:sensor_tunnel#every sensor_tunnel:.setting.it.up tunnel dump
 ioctl:vd6281#5+ vd6281:.reading.a.register als
+ioctl:vd6281#60+ vd6281:.reading.a.register flicker
 write:iridel_enable#every iridel_enable:.switching.the.power.on info
 write:iridel_write_byte#every iridel_write_byte:.writing.a.register info
 open:unparsed_flicker_data=EACCES unparsed_flicker_data:.Permission tunnel dump
@@ -101,6 +103,14 @@ if "${start[@]}" --simulate als --count 2 --csv >/dev/full 2>"$folder/err"; then
 expect 0 "none +1$" --simulate=dark flicker --detector
 expect 2 'sda-drive takes 4, 8' --simulate control set sda-drive 6
 expect 2 "pedestal-value takes" --simulate control set pedestal-value 9
+expect 2 'pedestal-value takes' --simulate control set pedestal-value abc
+expect 2 'no factor' --simulate als --gain nan
+expect 2 'no option "--bogus"' --bogus
+expect 2 'a command is needed: list get set' control
+# What is printed goes nowhere but to the output, even where that is closed.
+how_to_start --simulate
+if "${start[@]}" --simulate als >&-; then fail "a closed output is no failure"; fi 2>"$folder/err"
+if "${start[@]}" --help >/dev/full; then fail "a full disk is no failure of --help"; fi 2>"$folder/err"
 expect 2 'no control "volume"' --simulate control get volume
 expect 2 'no scene "disco"' --simulate=disco info
 expect 2 "does not end in" --simulate flicker --plot lamp.svg

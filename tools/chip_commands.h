@@ -3,6 +3,7 @@
 // What `info`, `registers` and `control` do.
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -23,7 +24,7 @@ constexpr bool is_pedestal(unsigned int value) { return value <= 7; }
 constexpr bool is_drive(unsigned int value) { return value >= 4 && value <= 20 && value % 4 == 0; }
 constexpr Control kControls[] = {
     {"pedestal-enable", VD6281_CONTROL_PEDESTAL_ENABLE, "0 or 1", is_switch},
-    {"pedestal-value", VD6281_CONTROL_PEDESTAL_VALUE, "0..7", is_pedestal},
+    {"pedestal-value", VD6281_CONTROL_PEDESTAL_VALUE, "0, 1, 2, 3, 4, 5, 6 or 7", is_pedestal},
     {"dark-output", VD6281_CONTROL_OUTPUT_DARK_ENABLE, "0 or 1", is_switch},
     {"sda-drive", VD6281_CONTROL_SDA_DRIVE_VALUE, "4, 8, 12, 16 or 20", is_drive},
     {"otp-usage", VD6281_CONTROL_OTP_USAGE_ENABLE, "0 or 1", is_switch},
@@ -105,9 +106,13 @@ void get_control(const std::string& name) {
 }
 
 template <typename Service>
-void set_control(const std::string& name, unsigned int value) {
+void set_control(const std::string& name, const std::string& text) {
   const Control& control = control_named(name);
-  if (!control.takes(value)) throw UsageError(name + " takes " + control.values);
+  char* end = nullptr;
+  const unsigned long number = std::strtoul(text.c_str(), &end, 0);
+  const bool is_number = end != text.c_str() && *end == '\0' && number <= 0xFFFFFFFF;
+  const auto value = static_cast<unsigned int>(number);
+  if (!is_number || !control.takes(value)) throw UsageError(name + " takes " + control.values);
   Session<Service> session(SPECTRAL_MODE_ALS);
   require(session.driver()->VD6281_SetControl(control.id, value), "setting " + name);
 }

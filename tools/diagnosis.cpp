@@ -86,8 +86,7 @@ std::string explain_analysis() {
 
 void require(int status, const std::string& what) {
   if (status == 0) return;
-  throw std::runtime_error(what + " failed with status " + std::to_string(status) +
-                           "; the log says more");
+  throw std::runtime_error(refer_to_log(what + " failed with status " + std::to_string(status)));
 }
 
 void require_of_tunnel(int status, const std::string& what) {
@@ -98,10 +97,16 @@ std::string explain_node(const char* node, int flags) {
   return try_node(node, flags, "", [](int) { return 0; });
 }
 
+std::string refer_to_log(const std::string& what) {
+  return what +
+         "\nThe log says at which step: logcat on a phone, SPECTRALHOST_LOG=debug elsewhere. What "
+         "SELinux denied: dmesg | grep avc.";
+}
+
 std::string explain_failure(int mode, const std::string& what) {
   std::string why = explain_nodes();
   if (why.empty() && mode == SPECTRAL_MODE_FLICKER) why = explain_analysis();
-  return why.empty() ? what + "; the log says at which step" : why;
+  return why.empty() ? refer_to_log(what) : why;
 }
 
 }  // namespace spectralsensorctl

@@ -22,6 +22,9 @@ void require_of_tunnel(int status, const std::string& what);
 // Why a node cannot be opened, and what to try; empty for one that can.
 std::string explain_node(const char* node, int flags);
 
+// What failed, and where to find out more.
+std::string refer_to_log(const std::string& what);
+
 // Tries the nodes of the sensor one after the other, as the library uses them, and for flicker the
 // analysis library. Tells of the first that does not work; if all do, refers to the log. The sensor
 // is powered afterwards.

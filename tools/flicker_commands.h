@@ -86,15 +86,22 @@ void watch_detector(Session<Service>* session, const FlickerOptions& options, Fo
   });
 }
 
-// A measurement tells nothing of a hub or a chip that failed. Even in the dark samples are not all
-// zero; where none came they are.
-inline void require_samples(const std::vector<float>& samples) {
-  if (std::any_of(samples.begin(), samples.end(), [](float sample) { return sample != 0.0f; })) {
-    return;
-  }
-  throw std::runtime_error(
-      explain_failure(SPECTRAL_MODE_FLICKER,
-                      std::string(spectral::kTunnelPath) + ": no samples of the light came"));
+// A measurement's status tells nothing of a hub or a chip that failed; what they left does. Even in
+// the dark samples are not all zero; where none came they are. Where the search for a gain fails
+// the gain is none of the chip's.
+template <typename Service>
+void require_measured(Session<Service>* session, const FlickerReading& reading) {
+  constexpr double kLeastGain = 0.7;
+  const auto& samples = (*session)->m_flkSamples;
+  const auto require_that = [](bool holds, const std::string& otherwise) {
+    if (!holds) throw std::runtime_error(explain_failure(SPECTRAL_MODE_FLICKER, otherwise));
+  };
+  unsigned char id = 0;
+  require_that(session->driver()->VD6281_RdByte(0, &id) == 0, "the sensor does not answer");
+  require_that(reading.gain > kLeastGain, "no gain could be chosen for the flicker channel");
+  require_that(std::any_of(std::begin(samples), std::end(samples),
+                           [](float sample) { return sample != 0.0f; }),
+               std::string(spectral::kTunnelPath) + ": no samples of the light came");
 }
 
 inline void require_tunnel() {
@@ -111,18 +118,21 @@ std::optional<Waveform> measure_flicker(Session<Service>* session, const Flicker
     std::fprintf(stderr, "Sampling the light for a second%s\n", why);
     SpectralSensorOutput output{};
     (*session)->Process(SPECTRAL_MODE_FLICKER, &output);
-    return output.flicker;
+    FlickerReading reading = {output.flicker, 0.0, false};
+    reading.gain = flicker_gain(session->service(), reading.result.gain);
+    if (!interrupted()) require_measured(session, reading);
+    return reading;
   };
   for (int i = 1; i < kConfirmations && !interrupted(); ++i) measure("");
   std::optional<Waveform> last;
   repeat(options, [&](int number) {
-    const FlickerResult verdict = measure(number == 1 ? ", to confirm" : "");
+    FlickerReading reading = measure(number == 1 ? ", to confirm" : "");
     if (interrupted()) return false;
     const float* samples = (*session)->m_flkSamples;
-    last = {{samples, samples + std::size((*session)->m_flkSamples)}, verdict};
-    require_samples(last->samples);
+    last = {{samples, samples + std::size((*session)->m_flkSamples)}, reading.result};
+    reading.saturated = is_saturated(last->samples);
     if (number == 1) print_flicker_head(format);
-    print_flicker(format, number, verdict, flicker_gain(session->service(), verdict.gain));
+    print_flicker(format, number, reading);
     return true;
   });
   return last;
@@ -144,7 +154,10 @@ void find_flicker(const FlickerOptions& options, Format format) {
   for (const std::string& path : {options.wav_path, options.plot_path}) {
     if (!path.empty()) check_writable(path);
   }
+  if (!options.plot_path.empty()) require_plotter(options.plot_path);
   const std::optional<Waveform> last = use_flicker<Service>(options, format);
+  const bool keeps = !options.wav_path.empty() || !options.plot_path.empty();
+  if (keeps && !last) throw std::runtime_error("interrupted before there was anything to keep");
   if (last && !options.wav_path.empty()) save_wav(options.wav_path, *last);
   if (last && !options.plot_path.empty()) plot(options.plot_path, *last);
 }
@@ -171,12 +184,14 @@ void dump_tunnel(const DumpOptions& options, Format format) {
   require_tunnel();
   std::fprintf(stderr, "Reading the tunnel for %u ms\n", options.length_ms);
   const std::string bytes = capture_stream(&session, options.length_ms);
-  if (bytes.empty()) throw std::runtime_error(std::string(spectral::kTunnelPath) + " gave nothing");
+  if (bytes.empty()) {
+    throw std::runtime_error(refer_to_log(std::string(spectral::kTunnelPath) + " gave nothing"));
+  }
   if (!options.raw_path.empty()) write_file(options.raw_path, bytes);
   const TunnelStream stream = parse_stream(bytes);
   print_stream(format, stream);
-  if (stream.left_over > 0) {
-    std::fprintf(stderr, "%zu bytes at the end are no whole packet\n", stream.left_over);
+  if (stream.is_out_of_step) {
+    std::fprintf(stderr, "%zu bytes at the end are no packet\n", stream.left_over);
   }
 }
 

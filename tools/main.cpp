@@ -1,9 +1,11 @@
 // spectralsensorctl: bring a sensor up, read light, find flicker, look at registers and controls,
 // on a phone or on the simulated one.
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <functional>
@@ -52,9 +54,11 @@ class Tool {
         ->type_name("NAME")
         ->capture_default_str();
     m_app
-        .add_option("--simulate", m_scene,
-                    "Run on the simulated phone, before this scene (one that the scenes command "
-                    "lists, or a JSON file); without a scene, in an office.")
+        .add_option(
+            "--simulate", m_scene,
+            "Run on the simulated phone, before this scene (one that the scenes command "
+            "lists, or a JSON file); without one, the environment's SPECTRALSIM_SCENE, or an "
+            "office.")
         ->expected(0, 1)
         ->type_name("SCENE");
     add_info();
@@ -63,18 +67,23 @@ class Tool {
     add_registers();
     add_controls();
     add_tunnel();
-    add_command(&m_app, "scenes", "list the simulated phone's scenes")->callback([this] {
-      m_action = list_scenes;
-    });
+    add_command(&m_app, "scenes",
+                "list the simulated phone's scenes\n"
+                "A line each: the name that --simulate takes, and what is seen.",
+                " spectralsensorctl scenes")
+        ->callback([this] { m_action = list_scenes; });
   }
 
   int run(int argc, char** argv) {
     try {
       m_app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-      return m_app.exit(error, std::cout, std::cerr) == 0 ? 0 : kUsageExit;
+      if (m_app.exit(error, std::cout, std::cerr) != 0) return kUsageExit;
+      std::cout.flush();
+      flush_output();
+      return 0;
     }
-    if (m_app.count("--simulate") > 0) run_simulated(argv, m_scene.empty() ? "office" : m_scene);
+    if (m_app.count("--simulate") > 0) run_simulated(argv, m_scene);
     m_action();
     flush_output();
     const bool watches = m_als.watch || m_flicker.watch;  // Ctrl-C is how these end
@@ -85,11 +94,21 @@ class Tool {
  private:
   // What is wrong with the arguments; of a mistyped command CLI11 says that there is none.
   static std::string usage_failure(const CLI::App* app, const CLI::Error& error) {
+    const CLI::App* command = app;
+    while (!command->get_subcommands().empty()) command = command->get_subcommands().front();
+    const auto commands = command->get_subcommands({});
+    const bool lacks_command =
+        !commands.empty() && dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
     const std::vector<std::string> unknown = app->remaining(true);
-    const bool lacks_command = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
     std::string what = error.what();
-    if (lacks_command && !unknown.empty()) what = "no command \"" + unknown.front() + "\"";
-    return "spectralsensorctl: " + what + "\n--help tells what there is.\n";
+    if (lacks_command && !unknown.empty()) {
+      what = (unknown.front().front() == '-' ? "no option \"" : "no command \"") + unknown.front() +
+             "\"";
+    } else if (lacks_command) {
+      what = "a command is needed:";
+      for (const CLI::App* known : commands) what += " " + known->get_name();
+    }
+    return "spectralsensorctl: " + what + "\nTry " + full_name(command) + " --help.\n";
   }
 
   // Lets the command do `act(service)` with the service that is chosen; of that, null tells the
@@ -187,6 +206,10 @@ class Tool {
                      "Gain to begin with, a factor of 0.71 to 66.67; the chip takes the nearest of "
                      "its fifteen.")
         ->check(CLI::Range(0.71, 66.67))
+        ->check([](const std::string& text) {
+          const bool is_number = !std::isnan(std::strtod(text.c_str(), nullptr));
+          return is_number ? std::string() : text + " is no factor";
+        })
         ->type_name("FACTOR")
         ->capture_default_str();
     command
@@ -241,12 +264,17 @@ class Tool {
         add_command(&m_app, "registers",
                     "read or write the chip's registers\n"
                     "The sensor is brought up before and powered down after: a write lasts no "
-                    "longer than the command. Numbers may be hexadecimal.",
+                    "longer than the command. Numbers are as in C: 0x1d is hexadecimal, 010 octal.",
                     " spectralsensorctl registers dump\n"
                     " spectralsensorctl registers read 0x1d 2\n"
                     " spectralsensorctl registers write 0x32 0x05");
     command->require_subcommand(1);
-    CLI::App* read = add_command(command, "read", "read registers, wrapping from 0xff to 0x00");
+    CLI::App* read =
+        add_command(command, "read",
+                    "read registers, wrapping from 0xff to 0x00\n"
+                    "Prints a line for sixteen registers: the first one's address, and "
+                    "their values in hexadecimal.",
+                    " spectralsensorctl registers read 0x1d 2");
     add_address(read, "First register, 0 to 255.");
     read->add_option("count", m_count, "How many, 1 to 256.")
         ->check(CLI::Range(1u, 256u))
@@ -254,7 +282,10 @@ class Tool {
     do_with_service(read, [this](auto* service) {
       read_registers<ServiceOf<decltype(service)>>(m_address, m_count);
     });
-    CLI::App* write = add_command(command, "write", "write a register");
+    CLI::App* write = add_command(command, "write",
+                                  "write a register\n"
+                                  "The sensor is powered down after it, and the value with it.",
+                                  " spectralsensorctl registers write 0x32 0x05");
     add_address(write, "Register, 0 to 255.");
     write->add_option("value", m_value, "Value, 0 to 255.")
         ->required()
@@ -262,7 +293,10 @@ class Tool {
     do_with_service(write, [this](auto* service) {
       write_register<ServiceOf<decltype(service)>>(m_address, m_value);
     });
-    do_with_service(add_command(command, "dump", "read all registers"),
+    do_with_service(add_command(command, "dump",
+                                "read all registers\n"
+                                "Prints a line for sixteen registers, as read does.",
+                                " spectralsensorctl registers dump"),
                     [](auto* service) { read_registers<ServiceOf<decltype(service)>>(0, 256); });
   }
 
@@ -280,18 +314,29 @@ class Tool {
                     " spectralsensorctl control get pedestal-value\n"
                     " spectralsensorctl control set sda-drive 20");
     command->require_subcommand(1);
-    add_command(command, "list", "list them, with the values that they take")->callback([this] {
-      m_action = list_controls;
-    });
-    CLI::App* get = add_command(command, "get", "read one");
-    get->add_option("name", m_name, "The control.")->required();
+    add_command(command, "list",
+                "list them, with the values that they take\n"
+                "A line each. Needs no sensor.",
+                " spectralsensorctl control list")
+        ->callback([this] { m_action = list_controls; });
+    CLI::App* get = add_command(command, "get",
+                                "read one\n"
+                                "Prints its value, as it is after bring-up.",
+                                " spectralsensorctl control get pedestal-value");
+    get->add_option("name", m_name, "A name that control list tells.")->required();
     do_with_service(get,
                     [this](auto* service) { get_control<ServiceOf<decltype(service)>>(m_name); });
-    CLI::App* set = add_command(command, "set", "set one, while the tool has the sensor");
-    set->add_option("name", m_name, "The control.")->required();
-    set->add_option("value", m_value, "Its value.")->required();
-    do_with_service(
-        set, [this](auto* service) { set_control<ServiceOf<decltype(service)>>(m_name, m_value); });
+    CLI::App* set = add_command(command, "set",
+                                "set one, while the tool has the sensor\n"
+                                "Tells whether the chip takes it: the sensor is powered down after "
+                                "it, and the setting with it.",
+                                " spectralsensorctl control set sda-drive 20");
+    set->add_option("name", m_name, "A name that control list tells.")->required();
+    set->add_option("value", m_control_value, "Its value, one that control list tells.")
+        ->required();
+    do_with_service(set, [this](auto* service) {
+      set_control<ServiceOf<decltype(service)>>(m_name, m_control_value);
+    });
   }
 
   void add_tunnel() {
@@ -322,7 +367,8 @@ class Tool {
   CLI::App m_app{
       "use a VD6281 spectral light sensor\n"
       "Brings the sensor up through libspectralsensor, does what is asked, and leaves it powered "
-      "down. On a phone it needs to be root; with --simulate it runs anywhere. The library's log "
+      "down. On a phone it needs to be root; with --simulate it runs on any development machine. "
+      "The library's log "
       "goes to logcat on a phone and to stderr elsewhere (SPECTRALHOST_LOG=silent to debug).",
       "spectralsensorctl"};
   std::function<void()> m_action;
@@ -337,13 +383,23 @@ class Tool {
   unsigned int m_count = 1;
   unsigned int m_value = 0;
   std::string m_name;
+  std::string m_control_value;
 };
 
 }  // namespace
 
 }  // namespace spectralsensorctl
 
+// A standard stream that is closed would give its number to the first node that is opened, which
+// then got what is printed. Nothing can be written to what takes its place.
+static void hold_standard_streams() {
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(fd, F_GETFD) < 0) open("/dev/null", O_RDONLY);
+  }
+}
+
 int main(int argc, char** argv) {
+  hold_standard_streams();
   std::signal(SIGPIPE, SIG_IGN);  // a reader that has gone is an error like any other
   try {
     return spectralsensorctl::Tool().run(argc, argv);

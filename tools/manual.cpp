@@ -12,8 +12,10 @@ constexpr std::size_t kIndent = 4;
 constexpr std::size_t kWidth = 80;
 
 constexpr char kExitStatus[] =
-    "0 when all went well, 1 when the sensor failed or Ctrl-C came before the answer, 2 when the "
-    "arguments or the scene were wrong. Errors go to stderr and name the node.";
+    "0 when all went well or a watch was ended, 1 when the sensor failed, the output could not be "
+    "written or Ctrl-C came before the answer, 2 when the arguments or the scene were wrong. "
+    "Errors "
+    "go to stderr and name the node.";
 
 // The text within the page's width, each of its lines that begins with a blank kept as it is.
 std::string wrapped(const std::string& text, std::size_t indent) {
@@ -84,12 +86,6 @@ std::string describe(const CLI::Option* option) {
          "\n" + wrapped(text, 2 * kIndent) + "\n";
 }
 
-// "spectralsensorctl als": the command with those above it.
-std::string full_name(const CLI::App* app) {
-  const CLI::App* parent = app->get_parent();
-  return parent == nullptr ? app->get_name() : full_name(parent) + " " + app->get_name();
-}
-
 std::string first_line(const std::string& text) { return text.substr(0, text.find('\n')); }
 
 std::string rest(const std::string& text) {
@@ -98,6 +94,11 @@ std::string rest(const std::string& text) {
 }
 
 }  // namespace
+
+std::string full_name(const CLI::App* app) {
+  const CLI::App* parent = app->get_parent();
+  return parent == nullptr ? app->get_name() : full_name(parent) + " " + app->get_name();
+}
 
 std::string ManualPage::make_help(const CLI::App* app, std::string, CLI::AppFormatMode) const {
   const std::string about = app->get_description();

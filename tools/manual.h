@@ -15,4 +15,7 @@ class ManualPage : public CLI::Formatter {
                         CLI::AppFormatMode mode) const override;
 };
 
+// "spectralsensorctl als": the command with those above it.
+std::string full_name(const CLI::App* app);
+
 }  // namespace spectralsensorctl

@@ -180,19 +180,22 @@ std::string als_panel(const AlsReading& reading, int columns) {
 void print_flicker_head(Format format) {
   if (format == Format::kCsv) {
     std::printf(
-        "number,timestamp_ns,channel_mask,gain,strength_100_hz_counts,strength_120_hz_counts,"
-        "dominant_hz,dominant_strength_counts,secondary_hz,secondary_strength_counts\n");
+        "number,timestamp_ns,channel_mask,gain,saturated,strength_100_hz_counts,"
+        "strength_120_hz_counts,dominant_hz,dominant_strength_counts,secondary_hz,"
+        "secondary_strength_counts\n");
   } else if (format == Format::kTable) {
     std::printf("  #  channel mask   gain    100 Hz    120 Hz   dominant, secondary (strength)\n");
   }
 }
 
-void print_flicker(Format format, int number, const FlickerResult& result, double gain) {
+void print_flicker(Format format, int number, const FlickerReading& reading) {
+  const FlickerResult& result = reading.result;
   if (format == Format::kJson) {
     print_line({{"number", number},
                 {"timestamp_ns", result.timestamp_ns},
                 {"channel_mask", result.channel},
-                {"gain", gain},
+                {"gain", reading.gain},
+                {"saturated", reading.saturated},
                 {"strength_100_hz_counts", result.strength_a},
                 {"strength_120_hz_counts", result.strength_b},
                 {"dominant", frequency(result.dominant_freq, result.dominant_strength)},
@@ -201,16 +204,17 @@ void print_flicker(Format format, int number, const FlickerResult& result, doubl
   }
   if (format == Format::kCsv) {
     const auto hz = [](std::uint32_t value) { return is_frequency(value) ? value : 0; };
-    std::printf("%d,%llu,%u,%g,%u,%u,%u,%u,%u,%u\n", number,
-                static_cast<unsigned long long>(result.timestamp_ns), result.channel, gain,
-                result.strength_a, result.strength_b, hz(result.dominant_freq),
+    std::printf("%d,%llu,%u,%g,%d,%u,%u,%u,%u,%u,%u\n", number,
+                static_cast<unsigned long long>(result.timestamp_ns), result.channel, reading.gain,
+                reading.saturated, result.strength_a, result.strength_b, hz(result.dominant_freq),
                 result.dominant_strength, hz(result.secondary_freq), result.secondary_strength);
     return;
   }
-  std::printf("%3d          0x%02x  %5.2f  %8u  %8u   %s, %s\n", number, result.channel, gain,
-              result.strength_a, result.strength_b,
+  std::printf("%3d          0x%02x  %5.2f  %8u  %8u   %s, %s%s\n", number, result.channel,
+              reading.gain, result.strength_a, result.strength_b,
               frequency_text(result.dominant_freq, result.dominant_strength).c_str(),
-              frequency_text(result.secondary_freq, result.secondary_strength).c_str());
+              frequency_text(result.secondary_freq, result.secondary_strength).c_str(),
+              reading.saturated ? "  saturated: too bright to tell" : "");
 }
 
 void print_detector_head(Format format) {
@@ -220,8 +224,10 @@ void print_detector_head(Format format) {
 
 void print_detector(Format format, int number, const VD6281_FlickerInfo_t& info) {
   if (format == Format::kJson) {
-    print_line(
-        {{"number", number}, {"frequency_hz", info.frequency}, {"confidence", info.confidence}});
+    nlohmann::ordered_json line = {{"number", number}, {"frequency_hz", nullptr}};
+    if (info.frequency != 0) line["frequency_hz"] = info.frequency;
+    line["confidence"] = info.confidence;
+    print_line(line);
   } else if (format == Format::kCsv) {
     std::printf("%d,%u,%u\n", number, info.frequency, info.confidence);
   } else {

@@ -54,8 +54,12 @@ void print_als(Format format, int number, const AlsReading& reading);
 std::string als_panel(const AlsReading& reading, int columns);
 
 void print_flicker_head(Format format);
-// `gain` is the flicker channel's, as a factor.
-void print_flicker(Format format, int number, const FlickerResult& result, double gain);
+struct FlickerReading {
+  FlickerResult result;
+  double gain;     // of the flicker channel, as a factor
+  bool saturated;  // so that what flickers may be cut off
+};
+void print_flicker(Format format, int number, const FlickerReading& reading);
 
 void print_detector_head(Format format);
 void print_detector(Format format, int number, const VD6281_FlickerInfo_t& info);

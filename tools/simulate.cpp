@@ -55,7 +55,7 @@ void run_simulated(char** argv, const std::string& scene) {
   // By its name alone: a folder's name may have blanks, which would end the entry.
   prepend("LD_LIBRARY_PATH", find_simulator());
   prepend("LD_PRELOAD", kSimulator);
-  setenv("SPECTRALSIM_SCENE", scene.c_str(), 1);
+  if (!scene.empty()) setenv("SPECTRALSIM_SCENE", scene.c_str(), 1);
   execv("/proc/self/exe", argv);
   throw std::runtime_error(std::string("cannot start again: ") + std::strerror(errno));
 }

@@ -28,8 +28,9 @@ _spectralsensorctl() {
       ;;
     --count | --exposure-us | --gain | --channels | --length-ms) return ;;
     *)
-      case "${commands[*]} $cur" in
-        "control get "[!-]* | "control set "[!-]* | "control get " | "control set ") words=$("$tool" control list 2>/dev/null | cut -d' ' -f1) ;;
+      case "${#commands[@]} ${commands[*]} $cur" in
+        "2 control get "[!-]* | "2 control set "[!-]* | "2 control get " | "2 control set ") words=$("$tool" control list 2>/dev/null | cut -d' ' -f1) ;;
+        "3 control set "*" "[!-]* | "3 control set "*" ") words=$("$tool" control list 2>/dev/null | sed -n "s/^${commands[2]} //p" | tr -c '0-9\n' ' ') ;;
         *)
           words=$("$tool" "${commands[@]}" --help 2>/dev/null | sed -n '
             /^COMMANDS/,/^$/s/^    \([a-z][a-z]*\) .*/\1/p

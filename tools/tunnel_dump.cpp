@@ -51,7 +51,9 @@ TunnelStream parse_stream(const std::string& bytes) {
   std::size_t at = 0;
   while (bytes.size() - at >= spectral::kPacketHeaderSize) {
     const auto* header = reinterpret_cast<const std::uint8_t*>(bytes.data() + at);
-    if (std::memcmp(header, spectral::kTunnelMagic, sizeof spectral::kTunnelMagic) != 0) break;
+    stream.is_out_of_step =
+        std::memcmp(header, spectral::kTunnelMagic, sizeof spectral::kTunnelMagic) != 0;
+    if (stream.is_out_of_step) break;
     TunnelPacket packet = parse_packet(header);
     const std::size_t whole = spectral::kPacketHeaderSize + packet.length;
     if (bytes.size() - at < whole) break;

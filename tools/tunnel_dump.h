@@ -21,7 +21,8 @@ struct TunnelPacket {
 
 struct TunnelStream {
   std::vector<TunnelPacket> packets;
-  std::size_t left_over = 0;  // bytes at the end that are no whole packet
+  std::size_t left_over = 0;    // bytes at the end that are no whole packet
+  bool is_out_of_step = false;  // since no packet begins there
 };
 
 // Takes a stream apart, up to where there is no packet.

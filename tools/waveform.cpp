@@ -25,6 +25,7 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 const std::string kScriptEnd = ".gp";
 constexpr double kShownMs = 100.0;
+constexpr float kLargestSample = 32767.0f;
 constexpr double kLeastAmplitude = 0.1;  // counts; a logarithmic axis has no 0
 
 bool ends_with(const std::string& text, const std::string& end) {
@@ -36,6 +37,17 @@ std::string plot_text(const std::vector<std::pair<double, double>>& points, cons
   text << "$" << name << " << END\n";
   for (const auto& [x, y] : points) text << x << " " << y << "\n";
   text << "END\n";
+  return text.str();
+}
+
+// A range for a wave that has none of its own.
+std::string range_text(const std::vector<std::pair<double, double>>& wave) {
+  const double level = wave.front().second;
+  const bool is_flat = std::all_of(wave.begin(), wave.end(),
+                                   [level](const auto& point) { return point.second == level; });
+  if (!is_flat) return "";
+  std::ostringstream text;
+  text << "set yrange [" << level - 1.0 << ":" << level + 1.0 << "]\n";
   return text.str();
 }
 
@@ -80,6 +92,7 @@ std::string script_of(const std::string& picture, const Waveform& waveform) {
        << "set multiplot layout 2,1\nset grid linecolor rgb '#dddddd'\nset lmargin 10\nunset key\n"
        << "set title 'Light, the first " << kShownMs << " ms'\n"
        << "set xlabel 'time (ms)'\nset ylabel 'counts'\n"
+       << range_text(wave)
        << "plot $wave using 1:2 with lines linewidth 1.5 linecolor rgb '#2471a3' notitle\n"
        << "set title 'Spectrum, and the frequencies reported'\nset key top right horizontal\n"
        << "set xlabel 'frequency (Hz)'\nset ylabel 'amplitude (counts)'\n"
@@ -102,11 +115,7 @@ void run_gnuplot(const std::string& path, const std::string& script) {
   if (gnuplot == nullptr) cannot_write(path, std::strerror(errno));
   std::fputs(script.c_str(), gnuplot);
   const int status = pclose(gnuplot);
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return;
-  const bool missing = WIFEXITED(status) && WEXITSTATUS(status) == 127;
-  cannot_write(path, missing ? "gnuplot is not installed (Debian's gnuplot-nox); a name in .gp "
-                               "keeps the script for a machine that has it"
-                             : "gnuplot failed");
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) cannot_write(path, "gnuplot failed");
 }
 
 }  // namespace
@@ -121,6 +130,11 @@ std::vector<Peak> peaks_of(const FlickerResult& verdict) {
   add("dominant", verdict.dominant_freq, verdict.dominant_strength);
   add("secondary", verdict.secondary_freq, verdict.secondary_strength);
   return peaks;
+}
+
+bool is_saturated(const std::vector<float>& samples) {
+  return std::any_of(samples.begin(), samples.end(),
+                     [](float sample) { return sample >= kLargestSample; });
 }
 
 std::vector<float> amplitude_spectrum(const std::vector<float>& samples) {
@@ -162,12 +176,21 @@ void save_wav(const std::string& path, const Waveform& waveform) {
   if (sf_close(file) != 0 || !whole) cannot_write(path, "it could not be written whole");
 }
 
+void require_plotter(const std::string& path) {
+  if (ends_with(path, kScriptEnd) || std::system("command -v gnuplot >/dev/null 2>&1") == 0) return;
+  cannot_write(
+      path,
+      "gnuplot is not installed (Debian's gnuplot-nox); a name in .gp keeps the script for "
+      "a machine that has it");
+}
+
 void plot(const std::string& path, const Waveform& waveform) {
   if (!ends_with(path, kScriptEnd)) {
     run_gnuplot(path, script_of(path, waveform));
     return;
   }
-  const std::string stem = path.substr(0, path.size() - kScriptEnd.size());
+  const std::string name = path.substr(path.rfind('/') + 1);
+  const std::string stem = name.substr(0, name.size() - kScriptEnd.size());
   write_file(path, script_of(stem + ".png", waveform));
 }
 
