@@ -27,7 +27,7 @@ bool read_factory_file(unsigned short* readings) {
   std::ifstream file(kFactoryFile);
   if (!file.is_open() || readings == nullptr) return false;
   std::string text;
-  for (int line = 1; line <= kLastReadingLine; ++line) {
+  for (std::int64_t line = 1; file.good(); ++line) {
     const int channel = channel_on_line(line);
     if (channel < 0) {
       file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');

@@ -29,6 +29,7 @@ constexpr Model kModelTable[kModels] = {
 };
 
 constexpr int kFirstReadingLine = 7;
+constexpr int kLastReadingLine = 13;
 // Channels on lines 7..13; line 11 is skipped, and the last three do not come in order.
 constexpr int kLineChannels[] = {0, 1, 2, 5, -1, 4, 3};
 
@@ -41,7 +42,7 @@ std::uint32_t model_of(const char* name) {
   return kUnknownModel;
 }
 
-int channel_on_line(int line) {
+int channel_on_line(std::int64_t line) {
   if (line < kFirstReadingLine || line > kLastReadingLine) return -1;
   return kLineChannels[line - kFirstReadingLine];
 }

@@ -18,8 +18,7 @@ std::uint32_t model_of(const char* name);
 constexpr bool is_model(std::uint32_t model) { return model >= 1 && model <= kModels; }
 
 // The channel whose reading stands on this line (from 1) of the factory file, or -1.
-int channel_on_line(int line);
-constexpr int kLastReadingLine = 13;
+int channel_on_line(std::int64_t line);
 
 // The reading on a line, its low 16 bits: a number in decimal, hexadecimal (0x) or octal (0),
 // blanks before and any text behind it allowed. Nothing where there is none or it does not fit an

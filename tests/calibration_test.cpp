@@ -40,6 +40,20 @@ TEST_F(Calibration, ReadsTheChannelsInTheFilesOwnOrder) {
   EXPECT_THAT(fatp, ::testing::Each(100));
 }
 
+TEST_F(Calibration, ReadsTheFileToItsEnd) {
+  const std::string file = factory_file({"100", "100", "100", "100", "", "100", "100"});
+  phone.factory_file(file + std::string(1 << 16, '\n'));
+  EXPECT_TRUE(sensor->GetFATPData(fatp));
+  const auto trace = phone.trace();
+  ASSERT_GE(trace.size(), 2u);
+  EXPECT_EQ(trace.back().call, spectralsim::Call::kClose);
+  const auto& last_read = trace[trace.size() - 2];
+  EXPECT_EQ(last_read.call, spectralsim::Call::kRead);
+  EXPECT_EQ(last_read.result, 0);
+  phone.fail(Fault::read(Node::kFactoryFile).nth(2));
+  EXPECT_TRUE(sensor->GetFATPData(fatp)) << "a failure behind the readings";
+}
+
 TEST_F(Calibration, ChecksTheReadings) {
   const auto with_last = [](const std::string& last) {
     return factory_file({"100", "100", "100", "100", "", "100", last});
