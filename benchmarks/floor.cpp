@@ -139,8 +139,9 @@ void Floor::closes(Node node, int fd) {
 void Floor::request(Step* step, int fd) {
   if (step->event.node == Node::kTunnel) {
     const auto number = static_cast<std::uint32_t>(step->event.address);
-    for (const std::uint32_t code : {spectral::kTunnelRouteSetup, spectral::kTunnelSetup,
-                                     spectral::kTunnelTerminate, spectral::kTunnelRouteTerminate}) {
+    for (const std::uint32_t code :
+         {spectral::SENSOR_TUNNEL_ROUTE_SETUP, spectral::SENSOR_TUNNEL_SETUP,
+          spectral::SENSOR_TUNNEL_TERMINATE, spectral::SENSOR_TUNNEL_ROUTE_TERMINATE}) {
       if ((code & 0xFF) == number && ioctl(fd, code, step->words) != 0) give_up("ioctl");
     }
     return;

@@ -19,9 +19,9 @@ constexpr std::uint32_t kReadRegistersRequest = 0xC1085201;  // _IOWR('R', 1, VD
 // The sensor hub's tunnel. The two in the middle take four words: 0, the stream's sensor code, 1,
 // its tunnel id.
 constexpr char kTunnelPath[] = "/dev/sensor_tunnel";
-constexpr std::uint32_t kTunnelRouteSetup = 0x4B24;      // _IO('K', 0x24)
-constexpr std::uint32_t kTunnelSetup = 0xC0104B22;       // _IOWR('K', 0x22, 16 bytes)
-constexpr std::uint32_t kTunnelTerminate = 0xC0104B23;   // _IOWR('K', 0x23, 16 bytes)
-constexpr std::uint32_t kTunnelRouteTerminate = 0x4B19;  // _IO('K', 0x19)
+constexpr std::uint32_t SENSOR_TUNNEL_ROUTE_SETUP = 0x4B24;      // _IO('K', 0x24)
+constexpr std::uint32_t SENSOR_TUNNEL_SETUP = 0xC0104B22;        // _IOWR('K', 0x22, 16 bytes)
+constexpr std::uint32_t SENSOR_TUNNEL_TERMINATE = 0xC0104B23;    // _IOWR('K', 0x23, 16 bytes)
+constexpr std::uint32_t SENSOR_TUNNEL_ROUTE_TERMINATE = 0x4B19;  // _IO('K', 0x19)
 
 }  // namespace spectral

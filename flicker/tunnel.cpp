@@ -24,16 +24,16 @@ using spectral::Packet;
 
 namespace {
 
-struct SensorTunnelRequest {
+struct sensor_tunnel_req {
   std::uint32_t reserved0;
   std::uint32_t sensor_code;
   std::uint32_t param;
   std::uint32_t tunnel_id;
 };
-static_assert(sizeof(SensorTunnelRequest) == 16, "the hub's size of it");
+static_assert(sizeof(sensor_tunnel_req) == 16, "the hub's size of it");
 
-constexpr SensorTunnelRequest kFlickerStream = {0, 36897, 1, 0};
-constexpr SensorTunnelRequest kVsyncStream = {0, 17376, 1, 15};
+constexpr sensor_tunnel_req kFlickerStream = {0, 36897, 1, 0};
+constexpr sensor_tunnel_req kVsyncStream = {0, 17376, 1, 15};
 
 constexpr unsigned int kMaxCaptureMs = 1000;
 constexpr unsigned int kLengthMask = 0xFFFF;
@@ -44,7 +44,7 @@ constexpr char kDumpName[] = "/data/flicker_data";
 
 int route(std::FILE* tunnel, std::uint32_t request) { return ioctl(fileno(tunnel), request, 0UL); }
 
-int stream(std::FILE* tunnel, std::uint32_t request, SensorTunnelRequest which) {
+int stream(std::FILE* tunnel, std::uint32_t request, sensor_tunnel_req which) {
   return ioctl(fileno(tunnel), request, &which);
 }
 
@@ -199,7 +199,7 @@ ReadEnd read_stream(VD6281_device* dev, Reader* reader, int target) {
 // Routes both streams into the open tunnel. A failure is logged.
 bool route_streams(const VD6281_device* dev) {
   constexpr char kName[] = "VD6281_QuilTunnelSetup";
-  if (int status = route(dev->tun_dev, spectral::kTunnelRouteSetup)) {
+  if (int status = route(dev->tun_dev, spectral::SENSOR_TUNNEL_ROUTE_SETUP)) {
     SPECTRAL_LOG_ERROR(kDriverTag, "%s: ERROR Tunnel setup failed for VSYNC sensor %d", kName,
                        status);
     return false;
@@ -209,7 +209,7 @@ bool route_streams(const VD6281_device* dev) {
                        "tun_dev is NULL after flicker tunnel setup (possibly service or FW crash)");
     return false;
   }
-  if (int status = stream(dev->tun_dev, spectral::kTunnelSetup, kFlickerStream)) {
+  if (int status = stream(dev->tun_dev, spectral::SENSOR_TUNNEL_SETUP, kFlickerStream)) {
     // Logged as the VSYNC sensor's, as the route's failure is: keep it.
     SPECTRAL_LOG_ERROR(kDriverTag, "%s: ERROR Tunnel setup failed for VSYNC sensor %d", kName,
                        status);
@@ -220,7 +220,7 @@ bool route_streams(const VD6281_device* dev) {
                        "tun_dev is NULL after vsync tunnel setup (possibly service or FW crash)");
     return false;
   }
-  if (int status = stream(dev->tun_dev, spectral::kTunnelSetup, kVsyncStream)) {
+  if (int status = stream(dev->tun_dev, spectral::SENSOR_TUNNEL_SETUP, kVsyncStream)) {
     SPECTRAL_LOG_ERROR(kDriverTag, "%s: ERROR Tunnel setup failed %d", kName, status);
     return false;
   }
@@ -288,13 +288,13 @@ int SpectralSensorDevice::VD6281_QuilTunnelTerminate() {
     return kOk;
   }
   // The stream set up last goes first; each is logged under the other's name.
-  if (int status = stream(dev->tun_dev, spectral::kTunnelTerminate, kVsyncStream)) {
+  if (int status = stream(dev->tun_dev, spectral::SENSOR_TUNNEL_TERMINATE, kVsyncStream)) {
     SPECTRAL_LOG_ERROR(kDriverTag, "%s: ERROR Sensor Tunnel terminate failed %d", kName, status);
   }
-  if (int status = stream(dev->tun_dev, spectral::kTunnelTerminate, kFlickerStream)) {
+  if (int status = stream(dev->tun_dev, spectral::SENSOR_TUNNEL_TERMINATE, kFlickerStream)) {
     SPECTRAL_LOG_ERROR(kDriverTag, "%s: ERROR Vsync sensor terminate failed %d", kName, status);
   }
-  const int status = route(dev->tun_dev, spectral::kTunnelRouteTerminate);
+  const int status = route(dev->tun_dev, spectral::SENSOR_TUNNEL_ROUTE_TERMINATE);
   if (status != kOk) {
     SPECTRAL_LOG_ERROR(kDriverTag, "%s: ERROR Route terminate failed %d", kName, status);
   }

@@ -13,6 +13,7 @@
 // rd_len bytes of it from buf_itr on are not yet parsed, and a packet that is not all there is
 // carried over to the next read. It stays within rd_buf whatever the stream says.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -52,8 +53,16 @@ Value little_endian(const std::uint8_t* at) {
 }
 
 // Moves what is left to the start of rd_buf. Returns how many bytes may be read behind it: 0 where
-// the packet that waits there can never fit.
-std::size_t carry_over(VD6281_device* dev);
+// it is full, which only a packet that can never fit brings about.
+inline std::size_t carry_over(VD6281_device* dev) {
+  dev->carry_len = 0;
+  if (dev->rd_len >= 1) {
+    dev->carry_len = dev->rd_len;
+    std::memmove(dev->rd_buf, dev->buf_itr, static_cast<std::size_t>(dev->rd_len));
+  }
+  const std::size_t room = sizeof dev->rd_buf - static_cast<std::size_t>(dev->carry_len);
+  return std::min(room, kTunnelReadSize);
+}
 
 // Takes in `count` bytes that were read to where carry_over left room.
 inline void take_in(VD6281_device* dev, std::size_t count) {

@@ -269,7 +269,8 @@ long Kernel::read_registers(VD6281_Transfer_t* block, Event* event) {
 
 long Kernel::tunnel_request(unsigned long request, const std::uint32_t* words, Event* event) {
   event->address = static_cast<int>(request & 0xFF);
-  const bool has_words = request == spectral::kTunnelSetup || request == spectral::kTunnelTerminate;
+  const bool has_words =
+      request == spectral::SENSOR_TUNNEL_SETUP || request == spectral::SENSOR_TUNNEL_TERMINATE;
   if (has_words) {
     char text[32];
     std::snprintf(text, sizeof text, " %x/%u", words[1], words[3]);
@@ -279,18 +280,18 @@ long Kernel::tunnel_request(unsigned long request, const std::uint32_t* words, E
     return fail_with(*fault);
   }
   switch (request) {
-    case spectral::kTunnelRouteSetup:
-    case spectral::kTunnelRouteTerminate:
-      m_hub.route(request == spectral::kTunnelRouteSetup);
+    case spectral::SENSOR_TUNNEL_ROUTE_SETUP:
+    case spectral::SENSOR_TUNNEL_ROUTE_TERMINATE:
+      m_hub.route(request == spectral::SENSOR_TUNNEL_ROUTE_SETUP);
       return 0;
-    case spectral::kTunnelSetup:
-    case spectral::kTunnelTerminate:
+    case spectral::SENSOR_TUNNEL_SETUP:
+    case spectral::SENSOR_TUNNEL_TERMINATE:
       break;
     default:
       return fail_with(ENOTTY);
   }
   if (words[0] != 0 || words[2] != 1) return fail_with(EINVAL);
-  const bool known = request == spectral::kTunnelSetup
+  const bool known = request == spectral::SENSOR_TUNNEL_SETUP
                          ? m_hub.set_up(words[1], words[3], m_clock.now_ns())
                          : m_hub.terminate(words[1], words[3]);
   return known ? 0 : fail_with(EINVAL);

@@ -254,14 +254,14 @@ TEST_F(SimulatedKernel, StreamsWhatTheHubIsSetUpFor) {
   std::FILE* tunnel = std::fopen(spectral::kTunnelPath, "r");
   ASSERT_NE(tunnel, nullptr);
   std::uint32_t flicker[] = {0, 36897, 1, 0};
-  EXPECT_EQ(ioctl(fileno(tunnel), spectral::kTunnelSetup, flicker), -1) << "not routed";
-  EXPECT_EQ(ioctl(fileno(tunnel), spectral::kTunnelRouteSetup, 0UL), 0);
+  EXPECT_EQ(ioctl(fileno(tunnel), spectral::SENSOR_TUNNEL_SETUP, flicker), -1) << "not routed";
+  EXPECT_EQ(ioctl(fileno(tunnel), spectral::SENSOR_TUNNEL_ROUTE_SETUP, 0UL), 0);
   for (const int word : {0, 1, 2, 3}) {
     std::uint32_t wrong[] = {0, 36897, 1, 0};
     ++wrong[word];
-    EXPECT_EQ(ioctl(fileno(tunnel), spectral::kTunnelSetup, wrong), -1) << word;
+    EXPECT_EQ(ioctl(fileno(tunnel), spectral::SENSOR_TUNNEL_SETUP, wrong), -1) << word;
   }
-  EXPECT_EQ(ioctl(fileno(tunnel), spectral::kTunnelSetup, flicker), 0);
+  EXPECT_EQ(ioctl(fileno(tunnel), spectral::SENSOR_TUNNEL_SETUP, flicker), 0);
   char bytes[188];
   const std::int64_t start_ns = phone.clock().now_ns();
   std::setvbuf(tunnel, nullptr, _IONBF, 0);

@@ -150,17 +150,6 @@ TEST_F(Tunnel, GivesUpAStreamOutOfStep) {
   EXPECT_EQ(gather(flicker(0, 0, 'a') + std::string(100, '?'), 100), nullptr);
 }
 
-// A read that ends 28 bytes into garbage: what lies there where a packet has its length says
-// nothing.
-TEST_F(Tunnel, TakesCarriedGarbageForGarbage) {
-  std::string bytes;
-  for (std::uint32_t i = 0; i < 43; ++i) bytes += flicker(0, i, 'x');
-  const std::size_t to_the_cut = 8192 - 28 - bytes.size();
-  bytes += Hub::packet(15, 0, 0, std::string(to_the_cut - 28, 'v')) + std::string(200, '\xFF');
-  EXPECT_EQ(gather(bytes, 1000), nullptr);
-  EXPECT_EQ(phone.log()[0], error_line(kName + ": Could not find the magic number, reading again"));
-}
-
 TEST_F(Tunnel, EndsWithWhatItHasWhenTheStreamEnds) {
   const std::string warning =
       std::string("log W ") + kLogTag + ": " + kName + ":Failed to read data from the tunnel";
@@ -175,6 +164,16 @@ TEST_F(Tunnel, EndsWithWhatItHasWhenTheStreamEnds) {
   }
   gather(two + Hub::packet(0, 2, 0, std::string(16356, 'z')) + flicker(0, 3, 'c'), 30);
   EXPECT_EQ(payloads(), 3) << "the longest that fits";
+}
+
+TEST_F(Tunnel, FillsItsBufferWithAPacketThatNeverFits) {
+  const std::string packet = Hub::packet(0, 0, 0, std::string(20000, 'z'));
+  for (const std::size_t there : {5000u, 9000u, 16384u, 20028u}) {
+    gather(packet.substr(0, there), 100);
+    EXPECT_EQ(dev().rd_len, static_cast<std::int32_t>(std::min<std::size_t>(there, 16384)));
+    EXPECT_EQ(dev().carry_len, dev().rd_len);
+    EXPECT_EQ(phone.log().size(), 1u) << "the failed read";
+  }
 }
 
 TEST_F(Tunnel, StopsWhenTheFlagIsCleared) {
