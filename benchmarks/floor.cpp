@@ -22,7 +22,6 @@ using spectralsim::Event;
 using spectralsim::Node;
 
 constexpr std::size_t kSecondOfPayloads = 100;
-constexpr char kFactoryPath[] = "/mnt/vendor/persist/camera/ials_fac_test";
 
 [[noreturn]] void give_up(const char* what) {
   std::fprintf(stderr, "the bare loop fails: %s\n", what);
@@ -40,7 +39,7 @@ const char* path_of(Node node) {
     case Node::kWriteByte:
       return spectral::kWriteBytePath;
     case Node::kFactoryFile:
-      return kFactoryPath;
+      return spectral::kFactoryFilePath;
     default:
       give_up("a node that it cannot open");
   }

@@ -8,16 +8,15 @@
 #include <cstring>
 #include <string>
 
+#include "flicker/tunnel_packet.h"
 #include "simulator/hub.h"
 #include "spectral_sensor_device.h"
 
 namespace {
 
 constexpr unsigned int kCaptureMs = 1000;
-constexpr std::size_t kHeader = 28;
-constexpr std::size_t kPayload = 160;
-constexpr std::size_t kReadSize = 8192;
-
+constexpr std::size_t kHeader = spectral::kPacketHeaderSize;
+constexpr std::size_t kPayload = spectral::kFlickerPayloadSize;
 constexpr std::size_t kVsyncPayload = 16;
 constexpr std::size_t kPayloads = 100;
 
@@ -80,7 +79,8 @@ void read_and_copy(Stream* stream) {
   std::rewind(stream->file());
   std::size_t got = 0;
   while (got < stream->size()) {
-    const std::size_t more = std::fread(g_bytes + got, 1, kReadSize, stream->file());
+    const std::size_t more =
+        std::fread(g_bytes + got, 1, spectral::kTunnelReadSize, stream->file());
     if (more == 0) give_up("a short file");
     got += more;
   }

@@ -14,6 +14,8 @@ constexpr char kWriteBytePath[] =
     "/sys/devices/platform/soc/ac4b000.qcom,cci/ac4b000.qcom,cci:st,iridel@20/iridel_write_byte";
 constexpr char kDevicePath[] = "/dev/vd6281";
 
+constexpr char kFactoryFilePath[] = "/mnt/vendor/persist/camera/ials_fac_test";
+
 constexpr std::uint32_t kReadRegistersRequest = 0xC1085201;  // _IOWR('R', 1, VD6281_Transfer_t)
 
 // The sensor hub's tunnel. The two in the middle take four words: 0, the stream's sensor code, 1,

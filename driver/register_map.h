@@ -98,4 +98,8 @@ constexpr std::uint8_t kDcChannels = 0x1F;
 constexpr std::uint8_t kChannel4 = 0x08;
 constexpr std::uint8_t kChannel6 = 0x20;  // behind the AC enable
 
+// What a channel's counter takes in each 1.6 ms of exposure, and in all.
+constexpr float kCountsPerStep = 910.0f;
+constexpr float kFullScale = 65535.0f;
+
 }  // namespace spectral::reg

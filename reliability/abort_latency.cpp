@@ -138,9 +138,8 @@ bool measure(const char* facade) {
 int main(int argc, char** argv) {
   constexpr char kHelp[] =
       "abort_latency\n"
-      "Aborts captures on the simulated phone, on real time, for a minute or two, and prints how "
-      "long\n"
-      "they go on.\n";
+      "Aborts captures on the simulated phone, on real time, for a minute or two, and prints\n"
+      "how long they go on.\n";
   if (argc > 1) return sweep::show_help(kHelp, std::strcmp(argv[1], "--help") == 0 ? 0 : 2);
   setenv("SPECTRALHOST_LOG", "silent", 1);
   spectralsim::Phone phone;

@@ -15,9 +15,7 @@ constexpr float kBaseExposureMs = 115.2f;
 constexpr float kMaxExposureMs = 1638.4f;
 constexpr std::uint32_t kBaseExposureUs = 115200;
 
-constexpr float kFullScale = 65535.0f;
-constexpr float kMinSaturation = 910.0f;
-constexpr float kCountsPerStep = 910.0f;  // of 1.6 ms
+constexpr float kMinSaturation = reg::kCountsPerStep;
 constexpr float kStepUs = 1600.0f;
 
 constexpr float kInRangeLow = 0.3f;
@@ -35,10 +33,10 @@ constexpr int kHighestGain = kAlsGains - 1;
 
 // What the counter holds at most after this exposure.
 float saturation_level(float exposure_ms) {
-  if (!(exposure_ms < kBaseExposureMs)) return kFullScale;
-  const float level = exposure_ms * 1000.0f / kStepUs * kCountsPerStep;
+  if (!(exposure_ms < kBaseExposureMs)) return reg::kFullScale;
+  const float level = exposure_ms * 1000.0f / kStepUs * reg::kCountsPerStep;
   return static_cast<float>(
-      static_cast<std::uint32_t>(std::clamp(level, kMinSaturation, kFullScale)));
+      static_cast<std::uint32_t>(std::clamp(level, kMinSaturation, reg::kFullScale)));
 }
 
 // How much brighter the next measurement should come out.

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "driver/flag.h"
+#include "driver/nodes.h"
 #include "driver/register_map.h"
 #include "platform/android.h"
 
@@ -13,7 +14,6 @@ namespace spectral {
 namespace {
 
 constexpr char kModelProperty[] = "ro.product.device";
-constexpr char kFactoryFile[] = "/mnt/vendor/persist/camera/ials_fac_test";
 
 }  // namespace
 
@@ -24,7 +24,7 @@ std::uint32_t find_model() {
 }
 
 bool read_factory_file(unsigned short* readings) {
-  std::ifstream file(kFactoryFile);
+  std::ifstream file(kFactoryFilePath);
   if (!file.is_open() || readings == nullptr) return false;
   std::string text;
   for (std::int64_t line = 1; file.good(); ++line) {

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <limits>
 
 #include "driver/register_map.h"
@@ -14,7 +15,6 @@ namespace {
 
 constexpr std::uint16_t kMinReading = 100;
 constexpr std::uint16_t kMaxReading = 50000;
-constexpr float kFullScale = 65535.0f;
 
 struct Model {
   const char* name;
@@ -29,7 +29,6 @@ constexpr Model kModelTable[kModels] = {
 };
 
 constexpr int kFirstReadingLine = 7;
-constexpr int kLastReadingLine = 13;
 // Channels on lines 7..13; line 11 is skipped, and the last three do not come in order.
 constexpr int kLineChannels[] = {0, 1, 2, 5, -1, 4, 3};
 
@@ -43,8 +42,9 @@ std::uint32_t model_of(const char* name) {
 }
 
 int channel_on_line(std::int64_t line) {
-  if (line < kFirstReadingLine || line > kLastReadingLine) return -1;
-  return kLineChannels[line - kFirstReadingLine];
+  const std::int64_t place = line - kFirstReadingLine;
+  const bool is_there = place >= 0 && place < static_cast<std::int64_t>(std::size(kLineChannels));
+  return is_there ? kLineChannels[place] : -1;
 }
 
 std::optional<std::uint16_t> parse_reading(const std::string& line) {
@@ -69,6 +69,6 @@ float calibration_factor(std::uint32_t model, int channel, std::uint16_t reading
   return static_cast<float>(kModelTable[model - 1].golden[channel]) / static_cast<float>(reading);
 }
 
-float calibrate(float value, float factor) { return std::min(value * factor, kFullScale); }
+float calibrate(float value, float factor) { return std::min(value * factor, reg::kFullScale); }
 
 }  // namespace spectral

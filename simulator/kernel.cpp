@@ -20,7 +20,6 @@ namespace spectralsim {
 
 namespace {
 
-constexpr char kFactoryFilePath[] = "/mnt/vendor/persist/camera/ials_fac_test";
 constexpr char kUnparsedFilePath[] = "/data/unparsed_flicker_data";
 constexpr char kDumpFilePath[] = "/data/flicker_data.wav";
 constexpr char kNoFile[] = "/nonexistent/libzelk_flicker.so";
@@ -60,11 +59,14 @@ Node Kernel::node_of_path(const char* path) {
     const char* path;
     Node node;
   };
-  static constexpr Place kPlaces[] = {
-      {spectral::kDevicePath, Node::kDevice},     {spectral::kEnablePath, Node::kEnable},
-      {spectral::kReadBytePath, Node::kReadByte}, {spectral::kWriteBytePath, Node::kWriteByte},
-      {kFactoryFilePath, Node::kFactoryFile},     {spectral::kTunnelPath, Node::kTunnel},
-      {kUnparsedFilePath, Node::kUnparsedFile},   {kDumpFilePath, Node::kDumpFile}};
+  static constexpr Place kPlaces[] = {{spectral::kDevicePath, Node::kDevice},
+                                      {spectral::kEnablePath, Node::kEnable},
+                                      {spectral::kReadBytePath, Node::kReadByte},
+                                      {spectral::kWriteBytePath, Node::kWriteByte},
+                                      {spectral::kFactoryFilePath, Node::kFactoryFile},
+                                      {spectral::kTunnelPath, Node::kTunnel},
+                                      {kUnparsedFilePath, Node::kUnparsedFile},
+                                      {kDumpFilePath, Node::kDumpFile}};
   if (path == nullptr) return Node::kNone;
   for (const Place& place : kPlaces) {
     if (std::strcmp(place.path, path) == 0) return place.node;

@@ -62,11 +62,11 @@ void set_up(Phone* phone) {
       .cut(cut_named(variable("SPECTRALSIM_CUT", "2.2")))
       .otp(Otp().version(6).color_map(2));
   phone->clock().set_virtual(is_virtual(variable("SPECTRALSIM_TIME", "real")));
-  if (const std::string trace = variable("SPECTRALSIM_TRACE"); !trace.empty()) {
-    if (!std::ofstream(trace))
-      throw std::invalid_argument("cannot write SPECTRALSIM_TRACE " + trace);
+  const std::string trace = variable("SPECTRALSIM_TRACE");
+  if (!trace.empty() && !std::ofstream(trace)) {
+    throw std::invalid_argument("cannot write SPECTRALSIM_TRACE " + trace);
   }
-  phone->keep_trace(!variable("SPECTRALSIM_TRACE").empty());
+  phone->keep_trace(!trace.empty());
   const std::string sensor = variable("SPECTRALSIM_SENSOR");
   if (sensor == "none") {
     phone->remove_sensor();

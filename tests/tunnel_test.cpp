@@ -150,6 +150,17 @@ TEST_F(Tunnel, GivesUpAStreamOutOfStep) {
   EXPECT_EQ(gather(flicker(0, 0, 'a') + std::string(100, '?'), 100), nullptr);
 }
 
+// A read that ends 28 bytes into garbage: what lies there where a packet has its length says
+// nothing.
+TEST_F(Tunnel, TakesCarriedGarbageForGarbage) {
+  std::string bytes;
+  for (std::uint32_t i = 0; i < 43; ++i) bytes += flicker(0, i, 'x');
+  const std::size_t to_the_cut = 8192 - 28 - bytes.size();
+  bytes += Hub::packet(15, 0, 0, std::string(to_the_cut - 28, 'v')) + std::string(200, '\xFF');
+  EXPECT_EQ(gather(bytes, 1000), nullptr);
+  EXPECT_EQ(phone.log()[0], error_line(kName + ": Could not find the magic number, reading again"));
+}
+
 TEST_F(Tunnel, EndsWithWhatItHasWhenTheStreamEnds) {
   const std::string warning =
       std::string("log W ") + kLogTag + ": " + kName + ":Failed to read data from the tunnel";

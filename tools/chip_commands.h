@@ -2,6 +2,7 @@
 
 // What `info`, `registers` and `control` do.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -16,19 +17,25 @@ namespace spectralsensorctl {
 struct Control {
   const char* name;
   VD6281_Control_Id_t id;
-  const char* values;
-  bool (*takes)(unsigned int value);
+  std::vector<unsigned int> values;
 };
-constexpr bool is_switch(unsigned int value) { return value <= 1; }
-constexpr bool is_pedestal(unsigned int value) { return value <= 7; }
-constexpr bool is_drive(unsigned int value) { return value >= 4 && value <= 20 && value % 4 == 0; }
-constexpr Control kControls[] = {
-    {"pedestal-enable", VD6281_CONTROL_PEDESTAL_ENABLE, "0 or 1", is_switch},
-    {"pedestal-value", VD6281_CONTROL_PEDESTAL_VALUE, "0, 1, 2, 3, 4, 5, 6 or 7", is_pedestal},
-    {"dark-output", VD6281_CONTROL_OUTPUT_DARK_ENABLE, "0 or 1", is_switch},
-    {"sda-drive", VD6281_CONTROL_SDA_DRIVE_VALUE, "4, 8, 12, 16 or 20", is_drive},
-    {"otp-usage", VD6281_CONTROL_OTP_USAGE_ENABLE, "0 or 1", is_switch},
+inline const Control kControls[] = {
+    {"pedestal-enable", VD6281_CONTROL_PEDESTAL_ENABLE, {0, 1}},
+    {"pedestal-value", VD6281_CONTROL_PEDESTAL_VALUE, {0, 1, 2, 3, 4, 5, 6, 7}},
+    {"dark-output", VD6281_CONTROL_OUTPUT_DARK_ENABLE, {0, 1}},
+    {"sda-drive", VD6281_CONTROL_SDA_DRIVE_VALUE, {4, 8, 12, 16, 20}},
+    {"otp-usage", VD6281_CONTROL_OTP_USAGE_ENABLE, {0, 1}},
 };
+
+// "0, 1 or 2".
+inline std::string values_of(const Control& control) {
+  std::string text;
+  for (const unsigned int value : control.values) {
+    if (!text.empty()) text += value == control.values.back() ? " or " : ", ";
+    text += std::to_string(value);
+  }
+  return text;
+}
 
 inline const Control& control_named(const std::string& name) {
   for (const Control& control : kControls) {
@@ -110,15 +117,18 @@ void set_control(const std::string& name, const std::string& text) {
   const Control& control = control_named(name);
   char* end = nullptr;
   const unsigned long number = std::strtoul(text.c_str(), &end, 0);
-  const bool is_number = end != text.c_str() && *end == '\0' && number <= 0xFFFFFFFF;
-  const auto value = static_cast<unsigned int>(number);
-  if (!is_number || !control.takes(value)) throw UsageError(name + " takes " + control.values);
+  const bool is_number = end != text.c_str() && *end == '\0';
+  const bool is_taken =
+      is_number && std::count(control.values.begin(), control.values.end(), number) > 0;
+  if (!is_taken) throw UsageError(name + " takes " + values_of(control));
   Session<Service> session(SPECTRAL_MODE_ALS);
-  require(session.driver()->VD6281_SetControl(control.id, value), "setting " + name);
+  require(session.driver()->VD6281_SetControl(control.id, static_cast<unsigned int>(number)),
+          "setting " + name);
 }
 
 inline void list_controls() {
-  for (const Control& control : kControls) std::printf("%-16s %s\n", control.name, control.values);
+  for (const Control& control : kControls)
+    std::printf("%-16s %s\n", control.name, values_of(control).c_str());
 }
 
 }  // namespace spectralsensorctl

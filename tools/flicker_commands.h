@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "driver/nodes.h"
+#include "driver/quantisation.h"
 #include "tools/files.h"
 #include "tools/report.h"
 #include "tools/session.h"
@@ -91,14 +92,14 @@ void watch_detector(Session<Service>* session, const FlickerOptions& options, Fo
 // the gain is none of the chip's.
 template <typename Service>
 void require_measured(Session<Service>* session, const FlickerReading& reading) {
-  constexpr double kLeastGain = 0.7;
+  constexpr double kLeastGain = spectral::gain_factor(spectral::kGainQ8[spectral::kGains - 1]);
   const auto& samples = (*session)->m_flkSamples;
   const auto require_that = [](bool holds, const std::string& otherwise) {
     if (!holds) throw std::runtime_error(explain_failure(SPECTRAL_MODE_FLICKER, otherwise));
   };
   unsigned char id = 0;
   require_that(session->driver()->VD6281_RdByte(0, &id) == 0, "the sensor does not answer");
-  require_that(reading.gain > kLeastGain, "no gain could be chosen for the flicker channel");
+  require_that(reading.gain >= kLeastGain, "no gain could be chosen for the flicker channel");
   require_that(std::any_of(std::begin(samples), std::end(samples),
                            [](float sample) { return sample != 0.0f; }),
                std::string(spectral::kTunnelPath) + ": no samples of the light came");

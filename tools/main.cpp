@@ -368,8 +368,8 @@ class Tool {
       "use a VD6281 spectral light sensor\n"
       "Brings the sensor up through libspectralsensor, does what is asked, and leaves it powered "
       "down. On a phone it needs to be root; with --simulate it runs on any development machine. "
-      "The library's log "
-      "goes to logcat on a phone and to stderr elsewhere (SPECTRALHOST_LOG=silent to debug).",
+      "The library's log goes to logcat on a phone and to stderr elsewhere "
+      "(SPECTRALHOST_LOG=silent to debug).",
       "spectralsensorctl"};
   std::function<void()> m_action;
   std::string m_facade = "device";

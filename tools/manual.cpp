@@ -14,8 +14,7 @@ constexpr std::size_t kWidth = 80;
 constexpr char kExitStatus[] =
     "0 when all went well or a watch was ended, 1 when the sensor failed, the output could not be "
     "written or Ctrl-C came before the answer, 2 when the arguments or the scene were wrong. "
-    "Errors "
-    "go to stderr and name the node.";
+    "Errors go to stderr and name the node.";
 
 // The text within the page's width, each of its lines that begins with a blank kept as it is.
 std::string wrapped(const std::string& text, std::size_t indent) {

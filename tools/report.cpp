@@ -6,6 +6,7 @@
 #include <iterator>
 #include <vector>
 
+#include "driver/register_map.h"
 #include "tools/live.h"
 
 namespace spectralsensorctl {
@@ -13,8 +14,7 @@ namespace spectralsensorctl {
 namespace {
 
 constexpr int kColumnsBesideTheBar = 39;
-constexpr double kFullScale = 65535.0;
-constexpr double kCountsPerStep = 910.0;
+constexpr double kFullScale = spectral::reg::kFullScale;
 constexpr double kStepMs = 1.6;
 constexpr double kRounding = 1.0;  // what scaling a count forth and back may take from it
 constexpr unsigned int kFirstRevision = 0xBA;  // of cut 2.0
@@ -107,7 +107,8 @@ void print_info_json(const UnitInfo& unit) {
 }  // namespace
 
 bool is_saturated(double counts, double exposure_ms) {
-  return counts > std::min(exposure_ms / kStepMs * kCountsPerStep, kFullScale) - kRounding;
+  return counts >
+         std::min(exposure_ms / kStepMs * spectral::reg::kCountsPerStep, kFullScale) - kRounding;
 }
 
 const char* color_name(VD6281_Color_Id_t color) {
