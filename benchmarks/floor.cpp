@@ -11,7 +11,7 @@
 
 #include "driver/nodes.h"
 #include "driver/register_map.h"
-#include "flicker/tunnel_packet.h"
+#include "flicker/tunnel_stream_rule.h"
 
 namespace bench {
 

@@ -12,7 +12,7 @@
 #include "benchmarks/table.h"
 #include "simulator/phone.h"
 #include "spectral_sensor_device.h"
-#include "tests/support/heap.h"
+#include "support/heap.h"
 
 namespace bench {
 

@@ -1,9 +1,9 @@
 // Reading the counts of a running ALS measurement.
 
+#include "driver/als_readout_rule.h"
 #include "driver/channel.h"
 #include "driver/register_access.h"
 #include "driver/register_map.h"
-#include "driver/slope_correction.h"
 #include "driver/state.h"
 #include "driver/status.h"
 #include "spectral_sensor_device.h"

@@ -5,10 +5,10 @@
 
 #include <cstring>
 
+#include "driver/bring_up_rule.h"
 #include "driver/nodes.h"
 #include "driver/register_access.h"
 #include "driver/register_map.h"
-#include "driver/silicon.h"
 #include "driver/state.h"
 #include "driver/status.h"
 #include "platform/log.h"

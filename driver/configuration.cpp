@@ -1,6 +1,6 @@
 // The working configuration that a freshly reset chip gets.
 
-#include "driver/otp_layout.h"
+#include "driver/otp_rule.h"
 #include "driver/register_access.h"
 #include "driver/register_map.h"
 #include "driver/status.h"

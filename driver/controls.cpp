@@ -1,8 +1,8 @@
 // The secondary settings: one accessor pair each, and the two operations that dispatch to them.
 
+#include "driver/bring_up_rule.h"
 #include "driver/register_access.h"
 #include "driver/register_map.h"
-#include "driver/silicon.h"
 #include "driver/state.h"
 #include "driver/status.h"
 #include "spectral_sensor_device.h"

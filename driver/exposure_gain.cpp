@@ -1,7 +1,8 @@
-// Exposure, gains and inter-measurement period on the chip; what it can do is in quantisation.h.
+// Exposure, gains and inter-measurement period on the chip; what it can do is in
+// exposure_gain_rule.h.
 
 #include "driver/channel.h"
-#include "driver/quantisation.h"
+#include "driver/exposure_gain_rule.h"
 #include "driver/register_access.h"
 #include "driver/register_map.h"
 #include "driver/state.h"

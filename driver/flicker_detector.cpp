@@ -1,6 +1,6 @@
 // Reading the chip's own flicker detector.
 
-#include "driver/detector_result.h"
+#include "driver/flicker_detector_rule.h"
 #include "driver/register_access.h"
 #include "driver/state.h"
 #include "driver/status.h"

@@ -1,7 +1,7 @@
 // Starting and stopping the chip's two engines, ALS and flicker, and the channels they use.
 
 #include "driver/channel.h"
-#include "driver/channel_enable.h"
+#include "driver/measurement_rule.h"
 #include "driver/register_access.h"
 #include "driver/register_map.h"
 #include "driver/state.h"

@@ -1,8 +1,8 @@
-// Reading the OTP into the record; what its bits mean is in otp_layout.h.
+// Reading the OTP into the record; what its bits mean is in otp_rule.h.
 
 #include <algorithm>
 
-#include "driver/otp_layout.h"
+#include "driver/otp_rule.h"
 #include "driver/register_access.h"
 #include "driver/register_map.h"
 #include "driver/status.h"

@@ -9,11 +9,11 @@
 #include <cstring>
 #include <iterator>
 
-#include "driver/detector_result.h"
 #include "driver/flag.h"
+#include "driver/flicker_detector_rule.h"
 #include "driver/status.h"
 #include "flicker/analysis_library.h"
-#include "flicker/result_tracking.h"
+#include "flicker/result_tracking_rule.h"
 #include "platform/log.h"
 #include "spectral_sensor_device.h"
 #include "spectral_types.h"

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <thread>
 
-#include "driver/quantisation.h"
+#include "driver/exposure_gain_rule.h"
 #include "driver/register_map.h"
 #include "driver/single_channel.h"
 #include "driver/status.h"

@@ -1,5 +1,6 @@
 // The sensor hub's tunnel: setting the streams up and tearing them down, gathering the flicker
-// payloads of one capture, and dumping the stream to files. Its packets are in tunnel_packet.h.
+// payloads of one capture, and dumping the stream to files. Its packets are in
+// tunnel_stream_rule.h.
 
 #include <sys/ioctl.h>
 
@@ -12,7 +13,7 @@
 #include "driver/nodes.h"
 #include "driver/register_access.h"
 #include "driver/status.h"
-#include "flicker/tunnel_packet.h"
+#include "flicker/tunnel_stream_rule.h"
 #include "platform/log.h"
 #include "spectral_sensor_device.h"
 

@@ -8,7 +8,7 @@
 #include <iterator>
 
 #include "fuzz/support.h"
-#include "service/calibration_factors.h"
+#include "service/calibration_rule.h"
 
 using fuzz::Bench;
 using fuzz::require;

@@ -10,7 +10,7 @@
 #include <iterator>
 #include <vector>
 
-#include "driver/quantisation.h"
+#include "driver/exposure_gain_rule.h"
 #include "driver/register_map.h"
 
 using spectralsim::Call;

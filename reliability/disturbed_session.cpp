@@ -9,7 +9,7 @@
 
 #include "reliability/fault_rules.h"
 #include "spectral_sensor.h"
-#include "tests/support/heap.h"
+#include "support/heap.h"
 
 namespace sweep {
 

@@ -20,7 +20,7 @@
 #include "reliability/arguments.h"
 #include "simulator/phone.h"
 #include "spectral_sensor.h"
-#include "tests/support/heap.h"
+#include "support/heap.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include "reliability/fault_sessions.h"
 #include "simulator/phone.h"
 #include "spectral_sensor.h"
-#include "tests/support/heap.h"
+#include "support/heap.h"
 
 namespace {
 

@@ -4,13 +4,13 @@
 #include <iterator>
 
 #include "driver/channel.h"
+#include "driver/exposure_gain_rule.h"
 #include "driver/flag.h"
-#include "driver/quantisation.h"
 #include "driver/register_access.h"
 #include "driver/state.h"
 #include "driver/status.h"
+#include "service/als_capture_rule.h"
 #include "service/als_flow.h"
-#include "service/als_normalisation.h"
 #include "spectral_sensor_device.h"
 
 namespace reg = spectral::reg;

@@ -12,7 +12,7 @@
 #include "driver/flag.h"
 #include "driver/status.h"
 #include "platform/log.h"
-#include "service/auto_exposure.h"
+#include "service/auto_exposure_rule.h"
 #include "spectral_sensor_device.h"
 #include "spectral_types.h"
 

@@ -1,10 +1,10 @@
 #include "ambient_light_sensor.h"
 
-#include "driver/quantisation.h"
+#include "driver/exposure_gain_rule.h"
 #include "driver/register_map.h"
 #include "driver/single_channel.h"
 #include "driver/status.h"
-#include "service/als_normalisation.h"
+#include "service/als_capture_rule.h"
 #include "spectral_sensor_device.h"
 
 using spectral::kArgumentRefused;

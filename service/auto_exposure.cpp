@@ -1,111 +1,34 @@
-#include "service/auto_exposure.h"
+// Auto-exposure in gain codes. The rule is in auto_exposure.h, the capture in als_flow.h.
 
 #include <algorithm>
+#include <iterator>
 
-#include "driver/channel.h"
-
-namespace spectral {
+#include "driver/exposure_gain_rule.h"
+#include "driver/register_access.h"
+#include "service/als_flow.h"
+#include "spectral_sensor_device.h"
 
 namespace {
 
-constexpr int kChannels = reg::kChannels;
+constexpr float kGainOfCode1 =
+    spectral::gain_factor(1);  // a reset really programs code 1, not unity
 
-constexpr float kMinExposureMs = 1.6f;
-constexpr float kBaseExposureMs = 115.2f;
-constexpr float kMaxExposureMs = 1638.4f;
-constexpr std::uint32_t kBaseExposureUs = 115200;
-
-constexpr float kMinSaturation = reg::kCountsPerStep;
-constexpr float kStepUs = 1600.0f;
-
-constexpr float kInRangeLow = 0.3f;
-constexpr float kInRangeHigh = 0.7f;
-constexpr float kTarget = 45874.5f;  // 70 % of full scale
-
-// Where the brightest channel says too little to scale by.
-constexpr float kClipped = 65534.0f;
-constexpr float kClippedStep = 0.5f;
-constexpr float kDark = 1.0f;
-constexpr float kDarkStep = 100.0f;
-
-constexpr int kHighestCommonGain = 12;  // 33.0; only single channels go above
-constexpr int kHighestGain = kAlsGains - 1;
-
-// What the counter holds at most after this exposure.
-float saturation_level(float exposure_ms) {
-  if (!(exposure_ms < kBaseExposureMs)) return reg::kFullScale;
-  const float level = exposure_ms * 1000.0f / kStepUs * reg::kCountsPerStep;
-  return static_cast<float>(
-      static_cast<std::uint32_t>(std::clamp(level, kMinSaturation, reg::kFullScale)));
-}
-
-// How much brighter the next measurement should come out.
-float step_towards_target(float brightest) {
-  if (brightest >= kClipped) return kClippedStep;
-  if (brightest <= kDark) return kDarkStep;
-  return kTarget / brightest;
-}
-
-// A gain and an exposure for all channels, whose product is the one asked for as near as can be.
-struct Setting {
-  float gain;
-  float exposure_ms;
-};
-
-Setting split_into_gain_and_exposure(float product) {
-  Setting setting = {look_up_gain(product, 0, kHighestCommonGain), kBaseExposureMs};
-  const float missing = product / setting.gain;
-  if (!(missing > 1.0f)) return setting;
-  setting.exposure_ms = missing * kBaseExposureMs;
-  if (setting.exposure_ms > kMaxExposureMs) {
-    const float wanted = setting.gain * (setting.exposure_ms / kMaxExposureMs);
-    setting = {look_up_gain(wanted, 0, kHighestGain), kMaxExposureMs};
-  }
-  return setting;
+void set_gain_codes(ALSConfig* next, const float (&gains)[6]) {
+  std::transform(std::begin(gains), std::end(gains), next->gainCode,
+                 [](float gain) { return spectral::to_gain_q8(gain); });
 }
 
 }  // namespace
 
-float look_up_gain(float target, int low, int high) {
-  while (low + 1 < high) {
-    const int middle = (low + high) / 2;
-    (kAlsGainTable[middle] <= target ? low : high) = middle;
-  }
-  return kAlsGainTable[kAlsGainTable[high] <= target ? high : low];
+float SpectralSensorDevice::LookUpGain(float target, int low, int high) {
+  return spectral::checked_gain(target, low, high, spectral::kDriverTag);
 }
 
-AlsProposal propose_exposure(const AlsMeasurement& measured) {
-  const float exposure_ms = measured.exposure_ms;
-  if (exposure_ms < kMinExposureMs || exposure_ms > kMaxExposureMs) {
-    return {AlsVerdict::kBadExposure};
-  }
-  float brightest = 0.0f;
-  for (int n = 0; n < kChannels; ++n) {
-    if (has_channel(measured.channels, n)) brightest = std::max(brightest, measured.value[n]);
-  }
-
-  const float saturation = saturation_level(exposure_ms);
-  if (kInRangeLow * saturation <= brightest && brightest <= kInRangeHigh * saturation) {
-    return {AlsVerdict::kInRange};
-  }
-  if (brightest >= saturation && exposure_ms <= kBaseExposureMs && measured.gain <= kMinAlsGain) {
-    AlsProposal proposal = {AlsVerdict::kSaturated, kBaseExposureUs};
-    std::fill_n(proposal.gain, kChannels, kMinAlsGain);
-    return proposal;
-  }
-
-  const float step = step_towards_target(brightest);
-  const Setting common =
-      split_into_gain_and_exposure(exposure_ms * measured.gain * step / kBaseExposureMs);
-  AlsProposal proposal = {AlsVerdict::kNotWellPlaced,
-                          static_cast<std::uint32_t>(common.exposure_ms * 1000.0f)};
-  for (int n = 0; n < kChannels; ++n) {
-    proposal.gain[n] = common.gain;
-    if (!has_channel(measured.channels, n)) continue;
-    const float dimmer_by = brightest / std::max(measured.value[n], 1.0f);
-    proposal.gain[n] = look_up_gain(common.gain * dimmer_by, 0, kHighestGain);
-  }
-  return proposal;
+int SpectralSensorDevice::ALSAE(ALSResult* result, ALSConfig* next, bool* stable) {
+  return spectral::propose_config(result, m_alsConfig, next, stable, spectral::kDriverTag,
+                                  kGainOfCode1, set_gain_codes);
 }
 
-}  // namespace spectral
+int SpectralSensorDevice::CaptureALSAE(SpectralSensorOutput* output) {
+  return spectral::capture_auto_exposure(this, output);
+}

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "service/calibration_factors.h"
+#include "service/calibration_rule.h"
 #include "spectral_types.h"
 
 namespace spectral {

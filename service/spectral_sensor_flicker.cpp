@@ -4,11 +4,11 @@
 #include <limits>
 #include <mutex>
 
-#include "driver/quantisation.h"
+#include "driver/exposure_gain_rule.h"
 #include "driver/status.h"
 #include "flicker/flicker_flow.h"
-#include "flicker/gain_search.h"
-#include "flicker/tunnel_packet.h"
+#include "flicker/flicker_start_rule.h"
+#include "flicker/tunnel_stream_rule.h"
 #include "platform/log.h"
 #include "service/layered_tag.h"
 #include "spectral_sensor.h"

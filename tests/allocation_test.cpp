@@ -1,7 +1,7 @@
 // No capture allocates once Init has returned.
 
 #include "spectral_sensor.h"
-#include "tests/support/heap.h"
+#include "support/heap.h"
 #include "tests/support/sensor_test.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include <limits>
 
-#include "service/als_normalisation.h"
+#include "service/als_capture_rule.h"
 #include "tests/support/sensor_test.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "driver/slope_correction.h"
+#include "driver/als_readout_rule.h"
 #include "tests/support/sensor_test.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include <cmath>
 
-#include "service/auto_exposure.h"
+#include "service/auto_exposure_rule.h"
 #include "tests/support/sensor_test.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "service/calibration_factors.h"
+#include "service/calibration_rule.h"
 #include "tests/support/sensor_test.h"
 
 namespace {

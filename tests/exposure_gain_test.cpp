@@ -1,4 +1,4 @@
-#include "driver/quantisation.h"
+#include "driver/exposure_gain_rule.h"
 #include "tests/support/sensor_test.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "driver/detector_result.h"
+#include "driver/flicker_detector_rule.h"
 #include "tests/support/sensor_test.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "driver/channel_enable.h"
+#include "driver/measurement_rule.h"
 #include "tests/support/sensor_test.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "flicker/result_tracking.h"
+#include "flicker/result_tracking_rule.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

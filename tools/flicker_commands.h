@@ -12,8 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include "driver/exposure_gain_rule.h"
 #include "driver/nodes.h"
-#include "driver/quantisation.h"
 #include "tools/files.h"
 #include "tools/report.h"
 #include "tools/session.h"

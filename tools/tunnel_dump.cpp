@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "flicker/tunnel_packet.h"
+#include "flicker/tunnel_stream_rule.h"
 
 namespace spectralsensorctl {
 

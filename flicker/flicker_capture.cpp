@@ -8,7 +8,7 @@
 #include "driver/status.h"
 #include "flicker/analysis_library.h"
 #include "flicker/flicker_flow.h"
-#include "flicker/tunnel_packet.h"
+#include "flicker/tunnel_stream_rule.h"
 #include "platform/android.h"
 #include "platform/log.h"
 #include "spectral_sensor_device.h"

@@ -2,7 +2,7 @@
 
 // The search for the highest gain at which the flicker channel does not saturate.
 //
-// A binary search over the ladder of the chip's fifteen gains (driver/quantisation.h, highest
+// A binary search over the ladder of the chip's fifteen gains (driver/exposure_gain_rule.h, highest
 // first) from the lowest on, with steps of 8, 4, 2 and 1: a trial that saturates steps to less
 // gain, one that does not to more. Where the search comes back to the lowest gain on the preferred
 // channel, which the first trial does when it saturates, it begins again on the fallback channel. A
@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "driver/quantisation.h"
+#include "driver/exposure_gain_rule.h"
 
 namespace spectral {
 

@@ -1,12 +1,12 @@
 // Starting the flicker measurement, with the gain searched or as it is, and stopping it.
 
-#include "driver/quantisation.h"
+#include "driver/exposure_gain_rule.h"
 #include "driver/register_access.h"
 #include "driver/register_map.h"
 #include "driver/state.h"
 #include "driver/status.h"
 #include "flicker/flicker_flow.h"
-#include "flicker/gain_search.h"
+#include "flicker/flicker_start_rule.h"
 #include "platform/log.h"
 #include "spectral_sensor_device.h"
 

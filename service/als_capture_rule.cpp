@@ -1,4 +1,4 @@
-#include "service/als_normalisation.h"
+#include "service/als_capture_rule.h"
 
 #include "driver/channel.h"
 #include "driver/truncate.h"

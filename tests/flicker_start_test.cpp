@@ -1,4 +1,4 @@
-#include "flicker/gain_search.h"
+#include "flicker/flicker_start_rule.h"
 #include "tests/support/sensor_test.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "driver/otp_layout.h"
+#include "driver/otp_rule.h"
 
 namespace spectral {
 

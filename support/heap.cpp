@@ -1,4 +1,4 @@
-#include "tests/support/heap.h"
+#include "support/heap.h"
 
 #include <malloc.h>
 
