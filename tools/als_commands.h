@@ -4,9 +4,9 @@
 
 #include <cstdio>
 
-#include "driver/register_map.h"
 #include "tools/files.h"
 #include "tools/live.h"
+#include "tools/phone_facts.h"
 #include "tools/report.h"
 #include "tools/session.h"
 
@@ -37,7 +37,7 @@ void configure_als(Service* service, const AlsOptions& options) {
   set_channels(service, options.channels);
   service->m_alsAeEnable = options.auto_exposure ? 1 : 0;
   service->m_alsConfig.exposureTime = options.exposure_us;
-  for (int n = 0; n < spectral::reg::kChannels; ++n) {
+  for (int n = 0; n < kChannels; ++n) {
     service->m_alsConfig.gainCode[n] = static_cast<std::uint16_t>(options.gain * 256.0);
     service->m_alsConfig.channelGain[n] = static_cast<float>(options.gain);
   }
@@ -62,7 +62,7 @@ AlsReading capture_als(Session<Service>* session) {
   }
   AlsReading reading = {};
   reading.result = output.als;
-  for (int n = 0; n < spectral::reg::kChannels; ++n) {
+  for (int n = 0; n < kChannels; ++n) {
     const auto channel = static_cast<VD6281_Channel_Id_t>(1u << n);
     unsigned short code = 0;
     session->driver()->VD6281_GetGain(channel, &code);

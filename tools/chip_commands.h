@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/register_map.h"
+#include "tools/phone_facts.h"
 #include "tools/report.h"
 #include "tools/session.h"
 
@@ -64,7 +64,7 @@ UnitInfo read_info(Session<Service>* session) {
   unit.color_map = dev.otp_color_map;
   unit.phone_model = (*session)->m_deviceType;
   unit.calibrated = (*session)->m_calibrationValid != 0;
-  for (int n = 0; n < spectral::reg::kChannels; ++n) {
+  for (int n = 0; n < kChannels; ++n) {
     VD6281_Color_Id_t color = VD6281_COLOR_UNKNOWN;
     require(driver->VD6281_GetChannelColor(static_cast<VD6281_Channel_Id_t>(1u << n), &color),
             "reading a channel's color");

@@ -8,9 +8,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "driver/nodes.h"
-#include "flicker/analysis_library.h"
 #include "spectral_types.h"
+#include "tools/phone_facts.h"
 #include "vd6281.h"
 
 namespace spectralsensorctl {
@@ -51,31 +50,31 @@ long read_device_id(int fd) {
   block.mode = 1;
   block.count = 1;
   block.reg[0] = kDeviceIdRegister;
-  return ioctl(fd, spectral::kReadRegistersRequest, &block) == 0 ? 0 : -1;
+  return ioctl(fd, kReadRegistersRequest, &block) == 0 ? 0 : -1;
 }
 
 std::string explain_nodes() {
-  std::string why = try_node(spectral::kEnablePath, O_RDWR, "switching the power on: ", [](int fd) {
+  std::string why = try_node(kEnablePath, O_RDWR, "switching the power on: ", [](int fd) {
     return write(fd, kPowerOn, sizeof kPowerOn);
   });
-  if (why.empty()) why = explain_node(spectral::kReadBytePath, O_WRONLY);
+  if (why.empty()) why = explain_node(kReadBytePath, O_WRONLY);
   if (why.empty()) {
-    why = try_node(spectral::kWriteBytePath, O_WRONLY, "writing a register: ", [](int fd) {
+    why = try_node(kWriteBytePath, O_WRONLY, "writing a register: ", [](int fd) {
       return write(fd, kStopMeasurement, sizeof kStopMeasurement);
     });
   }
   if (why.empty()) {
-    why = try_node(spectral::kDevicePath, O_RDWR, "reading a register: ", read_device_id);
+    why = try_node(kDevicePath, O_RDWR, "reading a register: ", read_device_id);
   }
   return why;
 }
 
 // Why the analysis library does not load; empty where it does.
 std::string explain_analysis() {
-  void* const library = dlopen(spectral::kAnalysisLibraryPath, RTLD_NOW);
+  void* const library = dlopen(kAnalysisLibraryPath, RTLD_NOW);
   if (library == nullptr) {
     const char* why = dlerror();
-    return std::string(why != nullptr ? why : spectral::kAnalysisLibraryPath) +
+    return std::string(why != nullptr ? why : kAnalysisLibraryPath) +
            "\nFlicker needs the analysis library there; libflicker_analysis.so is one.";
   }
   dlclose(library);
@@ -90,7 +89,7 @@ void require(int status, const std::string& what) {
 }
 
 void require_of_tunnel(int status, const std::string& what) {
-  require(status, std::string(spectral::kTunnelPath) + ": " + what);
+  require(status, std::string(kTunnelPath) + ": " + what);
 }
 
 std::string explain_node(const char* node, int flags) {

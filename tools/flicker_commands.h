@@ -12,9 +12,8 @@
 #include <thread>
 #include <vector>
 
-#include "driver/exposure_gain_rule.h"
-#include "driver/nodes.h"
 #include "tools/files.h"
+#include "tools/phone_facts.h"
 #include "tools/report.h"
 #include "tools/session.h"
 #include "tools/tunnel_dump.h"
@@ -92,21 +91,20 @@ void watch_detector(Session<Service>* session, const FlickerOptions& options, Fo
 // the gain is none of the chip's.
 template <typename Service>
 void require_measured(Session<Service>* session, const FlickerReading& reading) {
-  constexpr double kLeastGain = spectral::gain_factor(spectral::kGainQ8[spectral::kGains - 1]);
   const auto& samples = (*session)->m_flkSamples;
   const auto require_that = [](bool holds, const std::string& otherwise) {
     if (!holds) throw std::runtime_error(explain_failure(SPECTRAL_MODE_FLICKER, otherwise));
   };
   unsigned char id = 0;
   require_that(session->driver()->VD6281_RdByte(0, &id) == 0, "the sensor does not answer");
-  require_that(reading.gain >= kLeastGain, "no gain could be chosen for the flicker channel");
+  require_that(reading.gain >= kLowestGain, "no gain could be chosen for the flicker channel");
   require_that(std::any_of(std::begin(samples), std::end(samples),
                            [](float sample) { return sample != 0.0f; }),
-               std::string(spectral::kTunnelPath) + ": no samples of the light came");
+               std::string(kTunnelPath) + ": no samples of the light came");
 }
 
 inline void require_tunnel() {
-  if (std::string why = explain_node(spectral::kTunnelPath, O_RDONLY); !why.empty()) {
+  if (std::string why = explain_node(kTunnelPath, O_RDONLY); !why.empty()) {
     throw std::runtime_error(why);
   }
 }
@@ -186,7 +184,7 @@ void dump_tunnel(const DumpOptions& options, Format format) {
   std::fprintf(stderr, "Reading the tunnel for %u ms\n", options.length_ms);
   const std::string bytes = capture_stream(&session, options.length_ms);
   if (bytes.empty()) {
-    throw std::runtime_error(refer_to_log(std::string(spectral::kTunnelPath) + " gave nothing"));
+    throw std::runtime_error(refer_to_log(std::string(kTunnelPath) + " gave nothing"));
   }
   if (!options.raw_path.empty()) write_file(options.raw_path, bytes);
   const TunnelStream stream = parse_stream(bytes);

@@ -6,16 +6,14 @@
 #include <iterator>
 #include <vector>
 
-#include "driver/register_map.h"
 #include "tools/live.h"
+#include "tools/phone_facts.h"
 
 namespace spectralsensorctl {
 
 namespace {
 
 constexpr int kColumnsBesideTheBar = 39;
-constexpr double kFullScale = spectral::reg::kFullScale;
-constexpr double kStepMs = 1.6;
 constexpr double kRounding = 1.0;  // what scaling a count forth and back may take from it
 constexpr unsigned int kFirstRevision = 0xBA;  // of cut 2.0
 
@@ -107,8 +105,7 @@ void print_info_json(const UnitInfo& unit) {
 }  // namespace
 
 bool is_saturated(double counts, double exposure_ms) {
-  return counts >
-         std::min(exposure_ms / kStepMs * spectral::reg::kCountsPerStep, kFullScale) - kRounding;
+  return counts > std::min(exposure_ms / kExposureStepMs * kCountsPerStep, kFullScale) - kRounding;
 }
 
 const char* color_name(VD6281_Color_Id_t color) {

@@ -3,9 +3,9 @@
 // One use of the sensor: a client of one of the two services, from Init to Uninit.
 
 #include <csignal>
+#include <cstdint>
 #include <stdexcept>
 
-#include "driver/flag.h"
 #include "spectral_sensor.h"
 #include "tools/diagnosis.h"
 
@@ -36,13 +36,18 @@ class InterruptGuard {
   struct sigaction m_before[4] = {};
 };
 
-// Lets both kinds of capture end; may run in a signal handler, as it only writes atomic bytes.
+// SetEnableFlag is not for a signal handler, as it wakes a condition variable; an atomic byte is.
+inline void clear_flag(std::uint8_t* flag) {
+  __atomic_store_n(flag, std::uint8_t{0}, __ATOMIC_RELEASE);
+}
+
+// Lets both kinds of capture end. It may run in a signal handler.
 template <typename Service>
 void stop_captures() {
   if (Service* service = Service::m_pInstance) {
-    spectral::set_flag(&service->m_alsEnableFlag, false);
-    spectral::set_flag(&service->m_flkEnableFlag, false);
-    spectral::set_flag(&driver_of(service)->m_flkEnableFlag, false);  // of the tunnel
+    clear_flag(&service->m_alsEnableFlag);
+    clear_flag(&service->m_flkEnableFlag);
+    clear_flag(&driver_of(service)->m_flkEnableFlag);  // the tunnel's reader looks at this one
   }
 }
 

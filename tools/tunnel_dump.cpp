@@ -1,24 +1,30 @@
 #include "tools/tunnel_dump.h"
 
 #include <cstdio>
+#include <cstring>
 #include <nlohmann/json.hpp>
 
-#include "flicker/tunnel_stream_rule.h"
+#include "tools/phone_facts.h"
 
 namespace spectralsensorctl {
 
 namespace {
 
-constexpr std::size_t kRecordSize = 8;  // its first word is the sample
+template <typename Value>
+Value little_endian(const std::uint8_t* at) {
+  static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "words are read as they stand");
+  Value value = 0;
+  std::memcpy(&value, at, sizeof value);
+  return value;
+}
 
 TunnelPacket parse_packet(const std::uint8_t* header) {
-  namespace layout = spectral::packet_layout;
   TunnelPacket packet = {};
-  packet.id = spectral::little_endian<std::uint16_t>(header + layout::kId);
-  packet.auxiliary = spectral::little_endian<std::uint16_t>(header + layout::kAux);
-  packet.time_stamp = spectral::little_endian<std::uint64_t>(header + layout::kTimeStamp);
-  packet.sequence = spectral::little_endian<std::uint32_t>(header + layout::kSequence);
-  packet.length = spectral::little_endian<std::uint16_t>(header + layout::kLength);
+  packet.id = little_endian<std::uint16_t>(header + kIdAt);
+  packet.auxiliary = little_endian<std::uint16_t>(header + kAuxiliaryAt);
+  packet.time_stamp = little_endian<std::uint64_t>(header + kTimeStampAt);
+  packet.sequence = little_endian<std::uint32_t>(header + kSequenceAt);
+  packet.length = little_endian<std::uint16_t>(header + kLengthAt);
   return packet;
 }
 
@@ -49,18 +55,17 @@ void print_line(Format format, std::size_t number, const TunnelPacket& packet) {
 TunnelStream parse_stream(const std::string& bytes) {
   TunnelStream stream;
   std::size_t at = 0;
-  while (bytes.size() - at >= spectral::kPacketHeaderSize) {
+  while (bytes.size() - at >= kPacketHeaderSize) {
     const auto* header = reinterpret_cast<const std::uint8_t*>(bytes.data() + at);
-    stream.is_out_of_step =
-        std::memcmp(header, spectral::kTunnelMagic, sizeof spectral::kTunnelMagic) != 0;
+    stream.is_out_of_step = std::memcmp(header, kTunnelMagic, sizeof kTunnelMagic) != 0;
     if (stream.is_out_of_step) break;
     TunnelPacket packet = parse_packet(header);
-    const std::size_t whole = spectral::kPacketHeaderSize + packet.length;
+    const std::size_t whole = kPacketHeaderSize + packet.length;
     if (bytes.size() - at < whole) break;
-    if (packet.length == spectral::kFlickerPayloadSize) {
-      const std::uint8_t* payload = header + spectral::kPacketHeaderSize;
+    if (packet.length == kFlickerPayloadSize) {
+      const std::uint8_t* payload = header + kPacketHeaderSize;
       for (std::size_t i = 0; i < packet.length; i += kRecordSize) {
-        packet.samples.push_back(spectral::little_endian<std::int16_t>(payload + i));
+        packet.samples.push_back(little_endian<std::int16_t>(payload + i));
       }
     }
     stream.packets.push_back(std::move(packet));
@@ -75,7 +80,7 @@ void print_stream(Format format, const TunnelStream& stream) {
     std::printf("   #   id    aux     timestamp, ns    sequence  bytes  samples, counts\n");
   } else if (format == Format::kCsv) {
     std::printf("number,id,auxiliary,timestamp_ns,sequence,length_bytes");
-    for (std::size_t i = 0; i < spectral::kFlickerPayloadSize / kRecordSize; ++i) {
+    for (std::size_t i = 0; i < kFlickerPayloadSize / kRecordSize; ++i) {
       std::printf(",sample_%zu_counts", i);
     }
     std::printf("\n");

@@ -1,7 +1,0 @@
-#pragma once
-
-namespace spectral {
-
-constexpr char kLayeredTag[] = "ilsservice-driver";
-
-}  // namespace spectral
