@@ -11,6 +11,7 @@
 
 #include "driver/nodes.h"
 #include "driver/register_map.h"
+#include "flicker/tunnel_format.h"
 #include "flicker/tunnel_stream_rule.h"
 
 namespace bench {
@@ -63,7 +64,7 @@ void Floor::take(const Event& event, Waits waits) {
   Step step;
   step.event = event;
   if (event.is_register_read()) {
-    const bool looks = event.count == 1 && event.address == spectral::reg::kStatus;
+    const bool looks = event.count == 1 && event.address == address_of(spectral::Register::kStatus);
     step.sleeps = looks && waits == Waits::kPolling && m_looked;
     step.waits = looks && waits == Waits::kOnce && !m_looked;
     m_looked = m_looked || looks;

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "flicker/tunnel_format.h"
 #include "flicker/tunnel_stream_rule.h"
 #include "simulator/hub.h"
 #include "spectral_sensor_device.h"

@@ -9,38 +9,32 @@
 #include "driver/nodes.h"
 #include "driver/register_access.h"
 #include "driver/register_map.h"
-#include "driver/state.h"
-#include "driver/status.h"
+#include "driver/shared_state.h"
 #include "platform/log.h"
 #include "spectral_sensor_device.h"
+#include "spectral_status.h"
 
 namespace reg = spectral::reg;
-using spectral::kBadArgument;
-using spectral::kBringUpFailed;
 using spectral::kDriverTag;
-using spectral::kNoDevice;
-using spectral::kOk;
-using spectral::kOtpNotReady;
-using spectral::kUnsupportedChip;
 using spectral::read_register;
+using spectral::Register;
 using spectral::write_register;
 
 namespace {
 
 constexpr unsigned int kVersionMajor = 0;
 constexpr unsigned int kVersionMinor = 20;
-constexpr std::uint32_t kDefaultExposureUs = 80000;
 constexpr int kOtpReadyPolls = 100;
 
 constexpr spectral::RegisterWrite kResetSequence[] = {
-    {reg::kSoftwareReset, reg::kOn},
-    {reg::kSoftwareReset, reg::kOff},
+    {Register::kSoftwareReset, reg::kOn},
+    {Register::kSoftwareReset, reg::kOff},
 };
 
 void log_open_failed() { SPECTRAL_LOG_ERROR(kDriverTag, "%s open device failed\n", "VD6281_Init"); }
 
-// Opens the three nodes into the record. On a failure those already open are closed, but each field
-// keeps what open left in it, and the release that follows tries its writes on that.
+// Opens the three nodes into the record. After a failure those that were open already are closed,
+// but each field keeps what open left in it: the release that follows makes its writes on that.
 bool open_nodes(VD6281_device* dev) {
   dev->fd_read_byte = open(spectral::kReadBytePath, O_WRONLY);
   if (dev->fd_read_byte < 0) {
@@ -75,10 +69,10 @@ void close_nodes(VD6281_device* dev) {
   close_node(&dev->fd_read_byte);
 }
 
-void prepare_list(VD6281_Transfer_t* list, std::uint8_t first, int count) {
+void prepare_list(VD6281_Transfer_t* list, Register first, int count) {
   list->mode = 0;
   list->count = static_cast<std::uint32_t>(count);
-  for (int i = 0; i < count; ++i) list->reg[i] = static_cast<std::uint32_t>(first + i);
+  for (int i = 0; i < count; ++i) list->reg[i] = address_of(first + i);
 }
 
 }  // namespace
@@ -98,7 +92,7 @@ void SpectralSensorDevice::setup_device(VD6281_device* dev) {
   dev->state = VD6281_STATE_IDLE;
   dev->otp_usage_enable = 1;
   dev->output_dark_enable = 0;
-  dev->exposure = kDefaultExposureUs;
+  dev->exposure = spectral::kBringUpExposureUs;
 }
 
 void SpectralSensorDevice::select_device_wa(VD6281_device* dev) {
@@ -123,39 +117,40 @@ int SpectralSensorDevice::VD6281_Init() {
   VD6281_device* dev = get_device();
   if (dev == nullptr) {
     SPECTRAL_LOG_ERROR(kDriverTag, "dev is null");
-    return kBringUpFailed;
+    return SPECTRAL_BRING_UP_FAILED;
   }
   setup_device(dev);
   if (!open_nodes(dev)) {
     put_device(dev);
-    return kBringUpFailed;
+    return SPECTRAL_BRING_UP_FAILED;
   }
-  prepare_list(&dev->als_xfer, reg::kAlsResults, reg::kAlsResultRegisters);
-  prepare_list(&dev->flicker_xfer, reg::kFlickerDetector, reg::kFlickerDetectorRegisters);
+  prepare_list(&dev->als_xfer, Register::kAlsResults, reg::kAlsResultRegisters);
+  prepare_list(&dev->flicker_xfer, Register::kFlickerDetector, reg::kFlickerDetectorRegisters);
   int status = check_supported_device(dev);
-  if (status == kOk) {
+  if (status == SPECTRAL_OK) {
     select_device_wa(dev);
     status = dev_sw_reset(dev);
   }
-  if (status == kOk) status = dev_configuration(dev);
-  if (status == kOk) return kOk;
+  if (status == SPECTRAL_OK) status = dev_configuration(dev);
+  if (status == SPECTRAL_OK) return SPECTRAL_OK;
   put_device(dev);
   close_nodes(dev);
-  return kBringUpFailed;
+  return SPECTRAL_BRING_UP_FAILED;
 }
 
 int SpectralSensorDevice::VD6281_Term() {
   VD6281_device* dev = get_active_device();
-  if (dev == nullptr) return kNoDevice;
+  if (dev == nullptr) return SPECTRAL_NO_DEVICE;
   put_device(dev);
   close_nodes(dev);
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 int SpectralSensorDevice::check_supported_device(VD6281_device* dev) {
-  if (int status = read_register(dev, reg::kDeviceId, &dev->device_id)) return status;
-  if (int status = read_register(dev, reg::kRevisionId, &dev->revision_id)) return status;
-  return spectral::is_supported(dev->device_id, dev->revision_id) ? kOk : kUnsupportedChip;
+  if (int status = read_register(dev, Register::kDeviceId, &dev->device_id)) return status;
+  if (int status = read_register(dev, Register::kRevisionId, &dev->revision_id)) return status;
+  return spectral::is_supported(dev->device_id, dev->revision_id) ? SPECTRAL_OK
+                                                                  : SPECTRAL_UNSUPPORTED_CHIP;
 }
 
 int SpectralSensorDevice::dev_sw_reset(VD6281_device* dev) {
@@ -163,34 +158,34 @@ int SpectralSensorDevice::dev_sw_reset(VD6281_device* dev) {
 }
 
 int SpectralSensorDevice::opt_reset(VD6281_device* dev) {
-  if (int status = write_register(dev, reg::kOtpControl, reg::kOtpLoad)) return status;
+  if (int status = write_register(dev, Register::kOtpControl, reg::kOtpLoad)) return status;
   for (int i = 0; i < kOtpReadyPolls; ++i) {
     std::uint8_t ready = 0;
-    if (int status = read_register(dev, reg::kOtpStatus, &ready)) return status;
-    if ((ready & reg::kOtpReady) == reg::kOtpReady) return kOk;
+    if (int status = read_register(dev, Register::kOtpStatus, &ready)) return status;
+    if ((ready & reg::kOtpReady) == reg::kOtpReady) return SPECTRAL_OK;
   }
-  return kOtpNotReady;
+  return SPECTRAL_OTP_NOT_READY;
 }
 
 void SpectralSensorDevice::put_device(VD6281_device* dev) {
   dev_sw_reset(dev);
   opt_reset(dev);
-  if (is_cut_2_2(dev)) write_register(dev, reg::kCut22Control, reg::kCut22Idle);
+  if (is_cut_2_2(dev)) write_register(dev, Register::kCut22Control, reg::kCut22Idle);
   dev->state = VD6281_STATE_NONE;
 }
 
 int SpectralSensorDevice::VD6281_GetVersion(unsigned int* major, unsigned int* minor) {
-  if (major == nullptr || minor == nullptr) return kBadArgument;
+  if (major == nullptr || minor == nullptr) return SPECTRAL_BAD_ARGUMENT;
   *major = kVersionMajor;
   *minor = kVersionMinor;
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 int SpectralSensorDevice::VD6281_GetProductVersion(unsigned char* id, unsigned char* revision) {
   const VD6281_device* dev = get_active_device();
-  if (dev == nullptr) return kNoDevice;
-  if (id == nullptr || revision == nullptr) return kBadArgument;
+  if (dev == nullptr) return SPECTRAL_NO_DEVICE;
+  if (id == nullptr || revision == nullptr) return SPECTRAL_BAD_ARGUMENT;
   *id = dev->device_id;
   *revision = dev->revision_id;
-  return kOk;
+  return SPECTRAL_OK;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the chip's identifiers say: whether it is supported, its silicon cut, the work-arounds that
-// the cut needs.
+// What bring-up decides: whether the chip that answers is supported, which silicon cut it is, which
+// work-arounds the cut needs, and the settings that every bring-up starts from.
 
 #include <cstdint>
 
@@ -12,10 +12,13 @@ constexpr std::uint8_t kRevisionCut20 = 0xBA;
 constexpr std::uint8_t kRevisionCut21 = 0xBB;
 constexpr std::uint8_t kRevisionCut22 = 0xBC;
 
+constexpr std::uint32_t kBringUpExposureUs = 80000;  // of the driver alone: a service sets its own
+constexpr std::uint8_t kUsualPedestal = 3;           // also what the services set
+
 constexpr int kWorkArounds = 7;
 constexpr int kWorkAroundsWithIdentifier = 6;  // wa[6] is out of the controls' reach
 
-// Identifier by which the controls name each work-around.
+// The identifier by which the controls name each work-around.
 constexpr std::uint32_t kWorkAroundIdentifier[kWorkAroundsWithIdentifier] = {
     460857, 462997, 461428, 464174, 478654, 498243};
 
@@ -49,7 +52,7 @@ constexpr bool needs_work_around(std::uint8_t device_id, std::uint8_t revision_i
   }
 }
 
-// Index of the work-around with this identifier, or -1.
+// The index of the work-around with this identifier, or -1.
 constexpr int work_around_index(std::uint32_t identifier) {
   for (int i = 0; i < kWorkAroundsWithIdentifier; ++i) {
     if (kWorkAroundIdentifier[i] == identifier) return i;

@@ -1,13 +1,16 @@
-// The working configuration that a freshly reset chip gets.
+// The configuration that a freshly reset chip gets at bring-up.
 
+#include "driver/bring_up_rule.h"
+#include "driver/channel.h"
+#include "driver/exposure_gain_rule.h"
 #include "driver/otp_rule.h"
 #include "driver/register_access.h"
 #include "driver/register_map.h"
-#include "driver/status.h"
 #include "spectral_sensor_device.h"
+#include "spectral_status.h"
 
 namespace reg = spectral::reg;
-using spectral::kOk;
+using spectral::Register;
 using spectral::RegisterWrite;
 using spectral::write_register;
 using spectral::write_registers;
@@ -15,27 +18,25 @@ using spectral::write_registers;
 namespace {
 
 constexpr std::uint8_t kOsc2TrimMask = 0x0F;
-constexpr std::uint8_t kUnityGainCode = 0x0D;
-constexpr std::uint16_t kUnityGain = 256;
 
 constexpr RegisterWrite kClampSetUp[] = {
-    {reg::kClampEnable, 0x01},
-    {reg::kClampSetting, 0x1F},
-    {reg::kClampSetting2, 0x3F},
+    {Register::kClampEnable, 0x01},
+    {Register::kClampSetting, 0x1F},
+    {Register::kClampSetting2, 0x3F},
 };
 
 constexpr RegisterWrite kAnalogueSetUp[] = {
-    {reg::kAnalogue0, 0x07}, {reg::kAnalogue1, 0x07}, {reg::kAnalogue2, 0x07},
-    {reg::kAnalogue3, 0x1F}, {reg::kAnalogue4, 0x0F}, {reg::kAnalogue5, 0x1F},
+    {Register::kAnalogue0, 0x07}, {Register::kAnalogue1, 0x07}, {Register::kAnalogue2, 0x07},
+    {Register::kAnalogue3, 0x1F}, {Register::kAnalogue4, 0x0F}, {Register::kAnalogue5, 0x1F},
 };
 
 int set_unity_gains(VD6281_device* dev) {
-  for (int index = 0; index < reg::kChannels; ++index) {
-    const auto address = static_cast<std::uint8_t>(reg::kChannelGain + index);
-    if (int status = write_register(dev, address, kUnityGainCode)) return status;
-    dev->channel_gain[index] = kUnityGain;
+  constexpr std::uint8_t code = spectral::gain_code(spectral::kUnityGainIndex);
+  for (int index = 0; index < spectral::kChannels; ++index) {
+    if (int status = write_register(dev, Register::kChannelGain + index, code)) return status;
+    dev->channel_gain[index] = spectral::kUnityGainQ8;
   }
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 }  // namespace
@@ -49,22 +50,22 @@ int SpectralSensorDevice::dev_configuration(VD6281_device* dev) {
   if (int status = clamp_enable(dev)) return status;
   if (int status = write_registers(dev, kAnalogueSetUp)) return status;
   if (int status = set_unity_gains(dev)) return status;
-  if (int status = set_pedestal_value(dev, reg::kUsualPedestal)) return status;
-  if (!is_cut_2_2(dev)) return kOk;
-  return write_register(dev, reg::kCut22Control, reg::kCut22Idle);
+  if (int status = set_pedestal_value(dev, spectral::kUsualPedestal)) return status;
+  if (!is_cut_2_2(dev)) return SPECTRAL_OK;
+  return write_register(dev, Register::kCut22Control, reg::kCut22Idle);
 }
 
 int SpectralSensorDevice::trim_oscillators(VD6281_device* dev) {
-  spectral::OtpParameters trim;  // the built-in values are the OTP's defaults
+  spectral::OtpParameters trim;  // the defaults are the built-in trims
   if (dev->otp_usage_enable != 0) {
     trim.osc_trim = dev->otp_osc_trim;
     trim.osc2_trim = dev->otp_osc2_trim & kOsc2TrimMask;
   }
   const RegisterWrite sequence[] = {
-      {reg::kOscTrimEnable, reg::kOn},
-      {reg::kOscTrimHigh, static_cast<std::uint8_t>(trim.osc_trim >> 8 & 1)},
-      {reg::kOscTrimLow, static_cast<std::uint8_t>(trim.osc_trim & 0xFF)},
-      {reg::kOsc2Trim, trim.osc2_trim},
+      {Register::kOscTrimEnable, reg::kOn},
+      {Register::kOscTrimHigh, static_cast<std::uint8_t>(trim.osc_trim >> 8 & 1)},
+      {Register::kOscTrimLow, static_cast<std::uint8_t>(trim.osc_trim & 0xFF)},
+      {Register::kOsc2Trim, trim.osc2_trim},
   };
   return write_registers(dev, sequence);
 }

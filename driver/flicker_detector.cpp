@@ -1,19 +1,14 @@
-// Reading the chip's own flicker detector.
+// Reading the chip's own flicker detector once.
 
 #include "driver/flicker_detector_rule.h"
 #include "driver/register_access.h"
-#include "driver/state.h"
-#include "driver/status.h"
+#include "driver/shared_state.h"
 #include "spectral_sensor_device.h"
-
-using spectral::kBadArgument;
-using spectral::kNoDevice;
-using spectral::kNotRunning;
-using spectral::kOk;
+#include "spectral_status.h"
 
 namespace {
 
-// Of the prepared list of the detector's registers.
+// The counters in the prepared list of the detector's registers.
 spectral::DetectorCounters counters_of(const VD6281_Transfer_t& list) {
   const auto word = [&list](int high, int low_mask) {
     return static_cast<std::uint16_t>(spectral::list_value(list, high) << 8 |
@@ -26,9 +21,9 @@ spectral::DetectorCounters counters_of(const VD6281_Transfer_t& list) {
 
 int SpectralSensorDevice::VD6281_GetFlickerFrequency(VD6281_FlickerInfo_t* info) {
   VD6281_device* dev = get_active_device();
-  if (dev == nullptr) return kNoDevice;
-  if (info == nullptr) return kBadArgument;
-  if (!spectral::flicker_runs(dev)) return kNotRunning;
+  if (dev == nullptr) return SPECTRAL_NO_DEVICE;
+  if (info == nullptr) return SPECTRAL_BAD_ARGUMENT;
+  if (!spectral::flicker_runs(dev)) return SPECTRAL_NOT_RUNNING;
   if (int status = spectral::read_list(dev, &dev->flicker_xfer, "VD6281_GetFlickerFrequency")) {
     return status;
   }
@@ -36,9 +31,9 @@ int SpectralSensorDevice::VD6281_GetFlickerFrequency(VD6281_FlickerInfo_t* info)
   info->confidence = 0;
   info->valid = 0;
   const spectral::DetectorCounters counters = counters_of(dev->flicker_xfer);
-  if (!spectral::is_complete(counters)) return kOk;
+  if (!spectral::is_complete(counters)) return SPECTRAL_OK;
   info->valid = 1;
   info->frequency = spectral::detected_frequency(counters);
   info->confidence = spectral::detector_confidence(counters);
-  return kOk;
+  return SPECTRAL_OK;
 }

@@ -1,7 +1,8 @@
 #pragma once
 
-// What the chip's flicker detector has counted: N light periods within P ticks of its 16 kHz clock,
-// once either counter is full, and two counters of quality.
+// What the chip's flicker detector has counted: light periods, the ticks of its 16 kHz clock in the
+// same time, and two counters of quality. A measurement is complete once one of the first two
+// counters is full.
 
 #include <cstdint>
 
@@ -18,7 +19,7 @@ constexpr std::uint32_t kDetectorTicksPerSecond = 16000;
 constexpr std::uint8_t kPeriodsFull = 255;
 constexpr std::uint16_t kTicksFull = 65535;
 constexpr std::uint16_t kMinGoodCycles = 10;
-constexpr std::uint16_t kSaturated = 3;  // from this count on
+constexpr std::uint16_t kSaturatedCount = 3;  // this count or more means saturation
 
 constexpr std::uint8_t kConfidenceMeasured = 1;
 constexpr std::uint8_t kConfidenceGood = 100;
@@ -27,14 +28,14 @@ constexpr bool is_complete(const DetectorCounters& counters) {
   return counters.periods == kPeriodsFull || counters.ticks == kTicksFull;
 }
 
-// In whole hertz, 0 for counters without ticks.
+// The frequency in whole hertz, 0 for counters without ticks.
 constexpr std::uint32_t detected_frequency(const DetectorCounters& counters) {
   if (counters.ticks == 0) return 0;
   return counters.periods * kDetectorTicksPerSecond / counters.ticks;
 }
 
 constexpr std::uint8_t detector_confidence(const DetectorCounters& counters) {
-  const bool good = counters.good_cycles >= kMinGoodCycles && counters.saturation < kSaturated;
+  const bool good = counters.good_cycles >= kMinGoodCycles && counters.saturation < kSaturatedCount;
   return good ? kConfidenceGood : kConfidenceMeasured;
 }
 

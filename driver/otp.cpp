@@ -1,32 +1,28 @@
-// Reading the OTP into the record; what its bits mean is in otp_rule.h.
+// Reading the OTP into the record.
 
 #include <algorithm>
 
 #include "driver/otp_rule.h"
 #include "driver/register_access.h"
 #include "driver/register_map.h"
-#include "driver/status.h"
 #include "spectral_sensor_device.h"
+#include "spectral_status.h"
 
 namespace reg = spectral::reg;
-using spectral::kBadArgument;
-using spectral::kNoDevice;
-using spectral::kOk;
+using spectral::Register;
 
 namespace {
 
-// Field widths and positions are taken modulo the machine word's, so that none is undefined.
+// Widths and positions of fields count modulo these, so that no shift is undefined.
 constexpr int kWidthMask = 31;
 constexpr int kWordMask = 63;
 constexpr int kBothWordsMask = 127;
 
-int read_bank(VD6281_device* dev, std::uint8_t first,
-              std::uint8_t (&bank)[reg::kOtpBankRegisters]) {
+int read_bank(VD6281_device* dev, Register first, std::uint8_t (&bank)[reg::kOtpBankRegisters]) {
   for (int i = 0; i < reg::kOtpBankRegisters; ++i) {
-    const auto address = static_cast<std::uint8_t>(first + i);
-    if (int status = spectral::read_register(dev, address, &bank[i])) return status;
+    if (int status = spectral::read_register(dev, first + i, &bank[i])) return status;
   }
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 bool has_known_layout(const VD6281_device* dev) {
@@ -45,42 +41,42 @@ void store_parameters(VD6281_device* dev, const spectral::OtpParameters& paramet
 int SpectralSensorDevice::opt_read_init(VD6281_device* dev) {
   dev->otp_bank0 = 0;
   std::uint8_t bank[reg::kOtpBankRegisters] = {};
-  if (int status = read_bank(dev, reg::kOtpBank0, bank)) return status;
+  if (int status = read_bank(dev, Register::kOtpBank0, bank)) return status;
   dev->otp_bank0 = spectral::pack_otp_bank0(bank);
-  if (int status = read_bank(dev, reg::kOtpBank1, bank)) return status;
+  if (int status = read_bank(dev, Register::kOtpBank1, bank)) return status;
   dev->otp_bank0 |= spectral::pack_otp_bank0_top(bank[0]);
   dev->otp_bank1 = spectral::pack_otp_bank1(bank);
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 int SpectralSensorDevice::otp_read_param(VD6281_device* dev) {
   store_parameters(dev, spectral::OtpParameters{});
   if (has_known_layout(dev)) otp_read_param_v1_v2_v3(dev);
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 int SpectralSensorDevice::otp_read_param_v1_v2_v3(VD6281_device* dev) {
   store_parameters(dev, spectral::decode_otp(dev->otp_bank0, dev->otp_bank1));
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 // The NUL behind the characters is the record's own, from its zero-fill.
 int SpectralSensorDevice::otp_generate_uid(VD6281_device* dev) {
   if (has_known_layout(dev)) return otp_generate_uid_v1_v2_v3(dev);
   std::fill_n(dev->uid, spectral::kUnknownUidCharacters, 'f');
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 int SpectralSensorDevice::otp_generate_uid_v1_v2_v3(VD6281_device* dev) {
   spectral::encode_uid(dev->otp_bank0, dev->otp_bank1, dev->uid);
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 int SpectralSensorDevice::otp_read_bank(VD6281_device* dev, int bank, int lsb, int msb,
                                         unsigned int* value) {
   const std::uint64_t word = bank == 0 ? dev->otp_bank0 : dev->otp_bank1;
   *value = spectral::otp_bits(word, 0, lsb & kWordMask, (msb - lsb + 1) & kWidthMask);
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 int SpectralSensorDevice::otp_read(VD6281_device* dev, int start, int count, unsigned int* value,
@@ -89,7 +85,7 @@ int SpectralSensorDevice::otp_read(VD6281_device* dev, int start, int count, uns
   const auto field =
       spectral::otp_bits(dev->otp_bank0, dev->otp_bank1, start & kBothWordsMask, width);
   *value = reverse != 0 ? spectral::reverse_field(field, width) : field;
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 unsigned char SpectralSensorDevice::byte_bit_reversal(unsigned char b) {
@@ -104,8 +100,8 @@ char SpectralSensorDevice::encode_nible(unsigned char n, unsigned char* acc) {
 
 int SpectralSensorDevice::VD6281_GetUid(char** uid) {
   VD6281_device* dev = get_active_device();
-  if (dev == nullptr) return kNoDevice;
-  if (uid == nullptr) return kBadArgument;
+  if (dev == nullptr) return SPECTRAL_NO_DEVICE;
+  if (uid == nullptr) return SPECTRAL_BAD_ARGUMENT;
   *uid = dev->uid;
-  return kOk;
+  return SPECTRAL_OK;
 }

@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::uint8_t kNeutralSlope = 0x80;
 
-// Where the fields lie, as bits of word1:word0.
+// The places of the fields, as bits of word1:word0.
 struct Field {
   int start;
   int count;
@@ -89,8 +89,8 @@ char chain_nibble(std::uint8_t nibble, std::uint8_t* chain) {
 }
 
 void encode_uid(std::uint64_t word0, std::uint64_t word1, char* text) {
-  // The first character is the version with the lowest seed bit behind it, the second chains the
-  // other three seed bits and the stream's first bit, the rest the stream four bits at a time.
+  // The first nibble is the version and, behind it, the first of the four seed bits. The nibbles
+  // that follow are the other seed bits and then the id's bits, four at a time.
   const auto version = otp_version(word1);
   std::uint8_t chain = 0;
   const auto head = static_cast<std::uint8_t>(version << 1 | otp_bits(word0, word1, kUidSeed, 1));

@@ -1,4 +1,4 @@
-// Switching the sensor's power, independent of the device record.
+// Switching the sensor's power by the enable attribute, whatever the device record holds.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -7,13 +7,13 @@
 
 #include "driver/nodes.h"
 #include "driver/register_access.h"
-#include "driver/status.h"
 #include "platform/log.h"
 #include "spectral_sensor_device.h"
+#include "spectral_status.h"
 
 namespace {
 
-// Opens the enable attribute for `operation`; a failure is logged.
+// Opens the enable attribute. A failure is logged under the name of `operation`.
 int open_enable(const char* operation) {
   const int fd = open(spectral::kEnablePath, O_RDWR);
   if (fd < 0) SPECTRAL_LOG_ERROR(spectral::kDriverTag, "%s file open failed\n", operation);
@@ -24,7 +24,7 @@ int open_enable(const char* operation) {
 
 int SpectralSensorDevice::VD6281_Enable(bool enable) {
   const int fd = open_enable("VD6281_Enable");
-  if (fd < 0) return spectral::kOpenFailed;
+  if (fd < 0) return SPECTRAL_OPEN_FAILED;
   const char text[] = {enable ? '1' : '0', '\0'};  // the NUL is sent too
   const int written = static_cast<int>(write(fd, text, sizeof text));
   close(fd);
@@ -35,13 +35,13 @@ int SpectralSensorDevice::VD6281_Enable(bool enable) {
     return written;
   }
   m_pInstance->m_powered = enable ? 1 : 0;
-  return spectral::kOk;
+  return SPECTRAL_OK;
 }
 
 int SpectralSensorDevice::VD6281_CheckEnableStatus(bool* enabled) {
   const int fd = open_enable("VD6281_CheckEnableStatus");
-  if (fd < 0) return spectral::kOpenFailed;
-  char text[2] = {};  // the first character of the attribute tells
+  if (fd < 0) return SPECTRAL_OPEN_FAILED;
+  char text[2] = {};  // only the first character of the attribute counts
   const int got = static_cast<int>(read(fd, text, 1));
   close(fd);
   if (got < 0) {
@@ -50,5 +50,5 @@ int SpectralSensorDevice::VD6281_CheckEnableStatus(bool* enabled) {
     return got;
   }
   *enabled = std::atoi(text) != 0;
-  return spectral::kOk;
+  return SPECTRAL_OK;
 }

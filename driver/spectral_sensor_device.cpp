@@ -6,8 +6,8 @@ VD6281_device SpectralSensorDevice::m_VD6281Device[1];
 
 namespace {
 
-// Before anyone can call: no device open. At run time rather than in the record's initialiser,
-// which would put the whole record, zeros and all, into the file.
+// Marks the record as free when the library is loaded, before anyone can call. This is code and not
+// the record's initialiser, which would put the whole record with all its zeros into the file.
 [[maybe_unused]] const bool g_record_is_free = [] {
   VD6281_device& dev = SpectralSensorDevice::m_VD6281Device[0];
   dev.state = VD6281_STATE_NONE;

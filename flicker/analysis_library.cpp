@@ -2,109 +2,141 @@
 
 #include <dlfcn.h>
 
-#include "driver/status.h"
+#include <mutex>
+
+#include "flicker/facade_traits.h"
 #include "platform/log.h"
+#include "spectral_status.h"
+
+using spectral::DeviceTraits;
+using spectral::FacadeTraits;
+using spectral::LayeredTraits;
 
 SPECTRAL_EXPORT const char* pVendorLibPath = spectral::kAnalysisLibraryPath;
-
-namespace spectral {
 
 namespace {
 
 constexpr char kLoad[] = "LoadFlickerLibrary";
 constexpr char kUnload[] = "UnloadFlickerLibrary";
 
-// The handle is null where there is nothing to close.
-void close_library(const AnalysisBinding& binding) {
-  if (binding.handle != nullptr) dlclose(binding.handle);
-  binding.handle = nullptr;
+template <typename Facade>
+void close_library(Facade& facade) {
+  if (facade.m_flickerLibHandle != nullptr) dlclose(facade.m_flickerLibHandle);
+  facade.m_flickerLibHandle = nullptr;
 }
 
-void unload_locked(const AnalysisBinding& binding) {
-  if (binding.handle == nullptr) {
-    SPECTRAL_LOG_ERROR(binding.log_tag, "%s: Error library handle == NULL!", kUnload);
+// Unloads the library under the lock that the caller holds.
+template <typename Facade>
+void unload_locked(Facade& facade) {
+  constexpr const char* kLogTag = FacadeTraits<Facade>::kLogTag;
+  if (facade.m_flickerLibHandle == nullptr) {
+    SPECTRAL_LOG_ERROR(kLogTag, "%s: Error library handle == NULL!", kUnload);
     return;
   }
-  if (binding.destroy != nullptr) binding.destroy(binding.instance);
-  binding.instance = nullptr;
-  if (dlclose(binding.handle) != 0) {
-    SPECTRAL_LOG_ERROR(binding.log_tag, "%s: Error lib unloading", kUnload);
+  if (facade.m_pfnFlickerDestroy != nullptr) facade.m_pfnFlickerDestroy(facade.m_flickerCore);
+  facade.m_flickerCore = nullptr;
+  if (dlclose(facade.m_flickerLibHandle) != 0) {
+    SPECTRAL_LOG_ERROR(kLogTag, "%s: Error lib unloading", kUnload);
   }
-  binding.handle = nullptr;
+  facade.m_flickerLibHandle = nullptr;
 }
 
-// Logs an error text and closes the library. 0 without a text.
-int report(const AnalysisBinding& binding, const char* error) {
-  if (error == nullptr) return kOk;
-  SPECTRAL_LOG_ERROR(binding.log_tag, "%s: dlerror %s", "check_dl_error", error);
-  close_library(binding);
-  return kFailed;
+template <typename Facade>
+void unload(Facade& facade) {
+  const std::lock_guard<std::mutex> lock(facade.m_flk_lib_mtx);
+  unload_locked(facade);
 }
 
-int open_library(const AnalysisBinding& binding, const char* path) {
-  binding.handle = dlopen(path, RTLD_NOW | RTLD_NODELETE);
+// Logs an error text of the dynamic loader and closes the library; does nothing without a text.
+template <typename Facade>
+int check_error(Facade& facade, const char* error) {
+  if (error == nullptr) return SPECTRAL_OK;
+  SPECTRAL_LOG_ERROR(FacadeTraits<Facade>::kLogTag, "%s: dlerror %s", "check_dl_error", error);
+  close_library(facade);
+  return SPECTRAL_FAILED;
+}
+
+template <typename Facade>
+int open_library(Facade& facade) {
+  constexpr const char* kLogTag = FacadeTraits<Facade>::kLogTag;
+  facade.m_flickerLibHandle =
+      dlopen(FacadeTraits<Facade>::analysis_path(), RTLD_NOW | RTLD_NODELETE);
   const char* error = dlerror();
-  if (binding.handle == nullptr) {
-    report(binding, error);
-    SPECTRAL_LOG_ERROR(binding.log_tag, "%s: error opening libzelk_flicker.so!", kLoad);
-    return kFailed;
+  if (facade.m_flickerLibHandle == nullptr) {
+    check_error(facade, error);
+    SPECTRAL_LOG_ERROR(kLogTag, "%s: error opening libzelk_flicker.so!", kLoad);
+    return SPECTRAL_FAILED;
   }
-  if (error == nullptr) return kOk;
-  SPECTRAL_LOG_ERROR(binding.log_tag, "%s: dlerror %s", kLoad, error);  // and it stays open
-  return kFailed;
+  if (error == nullptr) return SPECTRAL_OK;
+  SPECTRAL_LOG_ERROR(kLogTag, "%s: dlerror %s", kLoad, error);  // the library stays open
+  return SPECTRAL_FAILED;
 }
 
-// A symbol that is null without an error text is taken as it is.
-template <typename Function>
-int resolve(const AnalysisBinding& binding, const char* name, Function* function) {
-  *function = reinterpret_cast<Function>(dlsym(binding.handle, name));
-  return check_dl_error(binding);
+// Resolves an entry point. Only an error text is a failure: a symbol that is null without one is
+// stored as it is.
+template <typename Facade, typename Function>
+int resolve(Facade& facade, const char* name, Function* function) {
+  *function = reinterpret_cast<Function>(dlsym(facade.m_flickerLibHandle, name));
+  const char* error = dlerror();
+  return check_error(facade, error);
 }
 
-int resolve_entry_points(const AnalysisBinding& binding) {
-  binding.create = reinterpret_cast<FlickerCreateFn>(dlsym(binding.handle, "FlickerCreate"));
-  if (binding.create == nullptr) {
-    SPECTRAL_LOG_ERROR(binding.log_tag, "%s: FlickerCreate pointer is NULL", kLoad);
+template <typename Facade>
+int resolve_entry_points(Facade& facade) {
+  constexpr const char* kLogTag = FacadeTraits<Facade>::kLogTag;
+  facade.m_pfnFlickerCreate =
+      reinterpret_cast<FlickerCreateFn>(dlsym(facade.m_flickerLibHandle, "FlickerCreate"));
+  if (facade.m_pfnFlickerCreate == nullptr) {
+    SPECTRAL_LOG_ERROR(kLogTag, "%s: FlickerCreate pointer is NULL", kLoad);
   }
-  if (check_dl_error(binding) != kOk) {
-    SPECTRAL_LOG_ERROR(binding.log_tag, "%s: Error loading FlickerCreate", kLoad);
-    return kFailed;
+  if (check_error(facade, dlerror()) != SPECTRAL_OK) {
+    SPECTRAL_LOG_ERROR(kLogTag, "%s: Error loading FlickerCreate", kLoad);
+    return SPECTRAL_FAILED;
   }
-  if (resolve(binding, "FlickerProcess", &binding.process) != kOk) {
-    SPECTRAL_LOG_ERROR(binding.log_tag, "%s: Error loading FlickerProcess", kLoad);
-    return kFailed;
+  if (resolve(facade, "FlickerProcess", &facade.m_pfnFlickerProcess) != SPECTRAL_OK) {
+    SPECTRAL_LOG_ERROR(kLogTag, "%s: Error loading FlickerProcess", kLoad);
+    return SPECTRAL_FAILED;
   }
-  if (resolve(binding, "FlickerDestroy", &binding.destroy) != kOk) {
-    SPECTRAL_LOG_ERROR(binding.log_tag, "%s: Error loading FlickerDestroy", kLoad);
-    return kFailed;
+  if (resolve(facade, "FlickerDestroy", &facade.m_pfnFlickerDestroy) != SPECTRAL_OK) {
+    SPECTRAL_LOG_ERROR(kLogTag, "%s: Error loading FlickerDestroy", kLoad);
+    return SPECTRAL_FAILED;
   }
-  return kOk;
+  return SPECTRAL_OK;
+}
+
+template <typename Facade>
+int load(Facade& facade) {
+  const std::lock_guard<std::mutex> lock(facade.m_flk_lib_mtx);
+  dlerror();  // drops what an earlier call has left
+  if (facade.m_flickerLibHandle != nullptr) unload_locked(facade);
+  if (int status = open_library(facade)) return status;
+  if (int status = resolve_entry_points(facade)) return status;
+  facade.m_flickerCore =
+      facade.m_pfnFlickerCreate != nullptr ? facade.m_pfnFlickerCreate(nullptr, 0) : nullptr;
+  return SPECTRAL_OK;
 }
 
 }  // namespace
 
-int load_analysis(const AnalysisBinding& binding, const char* path) {
-  const std::lock_guard<std::mutex> lock(binding.mutex);
-  dlerror();  // what is left of earlier calls
-  if (binding.handle != nullptr) unload_locked(binding);
-  if (int status = open_library(binding, path)) return status;
-  if (int status = resolve_entry_points(binding)) return status;
-  binding.instance = binding.create != nullptr ? binding.create(nullptr, 0) : nullptr;
-  return kOk;
+template <typename Facade>
+void spectral::analyse(Facade& facade, const float* samples, float* frequencies, float* powers) {
+  const std::lock_guard<std::mutex> lock(facade.m_flk_lib_mtx);
+  if (facade.m_flickerLibHandle == nullptr || facade.m_flickerCore == nullptr) return;
+  if (facade.m_pfnFlickerProcess == nullptr) return;
+  facade.m_pfnFlickerProcess(facade.m_flickerCore, samples, frequencies, powers);
 }
 
-void unload_analysis(const AnalysisBinding& binding) {
-  const std::lock_guard<std::mutex> lock(binding.mutex);
-  unload_locked(binding);
-}
+template void spectral::analyse(SpectralSensorDevice&, const float*, float*, float*);
+template void spectral::analyse(SpectralSensor&, const float*, float*, float*);
 
-int check_dl_error(const AnalysisBinding& binding) { return report(binding, dlerror()); }
+const char* DeviceTraits::analysis_path() { return spectral::kAnalysisLibraryPath; }
+const char* LayeredTraits::analysis_path() { return pVendorLibPath; }
 
-void analyse(const AnalysisBinding& binding, const float* samples, float* frequencies,
-             float* powers) {
-  const std::lock_guard<std::mutex> lock(binding.mutex);
-  if (binding.handle == nullptr || binding.instance == nullptr) return;
-  if (binding.process != nullptr) binding.process(binding.instance, samples, frequencies, powers);
-}
+int SpectralSensorDevice::LoadFlickerLibrary() { return load(*this); }
+int SpectralSensor::LoadFlickerLibrary() { return load(*this); }
 
-}  // namespace spectral
+void SpectralSensorDevice::UnloadFlickerLibrary() { unload(*this); }
+void SpectralSensor::UnloadFlickerLibrary() { unload(*this); }
+
+int SpectralSensorDevice::check_dl_error() { return check_error(*this, dlerror()); }
+int SpectralSensor::check_dl_error() { return check_error(*this, dlerror()); }

@@ -4,22 +4,22 @@
 #include <cstring>
 #include <thread>
 
-#include "driver/exposure_gain_rule.h"
+#include "driver/fixed_point.h"
 #include "driver/register_map.h"
 #include "driver/single_channel.h"
-#include "driver/status.h"
+#include "flicker/tunnel_format.h"
 #include "platform/log.h"
 #include "spectral_sensor_device.h"
+#include "spectral_status.h"
 
-namespace reg = spectral::reg;
-using spectral::kArgumentRefused;
-using spectral::kOk;
+using spectral::Register;
 
 namespace {
 
 constexpr char kTag[] = "flicker-sensor";
 constexpr std::uint32_t kSupportedChannels = 0x3E;
-constexpr int kBytesPerMsShift = 4;
+constexpr int kBytesPerMs =
+    static_cast<int>(spectral::kFlickerPayloadSize) / spectral::kMsPerPayload;
 constexpr unsigned int kMaxPedestal = 7;
 constexpr auto kPollPause = std::chrono::milliseconds(10);
 constexpr auto kPollLimit = std::chrono::microseconds(2001000);
@@ -49,7 +49,7 @@ int FlickerSensor::EnableFlickerSensor() {
   }
   const int status =
       m_device->VD6281_Start(VD6281_MODE_FLICKER, static_cast<unsigned char>(m_channelMask));
-  if (status != kOk) {
+  if (status != SPECTRAL_OK) {
     SPECTRAL_LOG_ERROR(kTag, "%s: Failed to start flicker, channel mask 0x%x, error code %d", kName,
                        m_channelMask, status);
   }
@@ -60,7 +60,7 @@ int FlickerSensor::DisableFlickerSensor() { return m_device->VD6281_Stop(VD6281_
 
 int FlickerSensor::GetFlickerData(int size, unsigned char* data) {
   constexpr char kName[] = "GetFlickerData";
-  if (size < 1) return kArgumentRefused;
+  if (size < 1) return SPECTRAL_ARGUMENT_REFUSED;
   if (int status = m_device->VD6281_QuilInit()) {
     SPECTRAL_LOG_ERROR(kTag, "%s: Failed to Init Quillon Sensor, error code %d", kName, status);
     return status;
@@ -75,15 +75,15 @@ int FlickerSensor::GetFlickerData(int size, unsigned char* data) {
     return status;
   }
   const unsigned char* payloads =
-      m_device->VD6281_GetFlickerDataBuffer(static_cast<unsigned int>(size >> kBytesPerMsShift));
+      m_device->VD6281_GetFlickerDataBuffer(static_cast<unsigned int>(size / kBytesPerMs));
   if (payloads == nullptr) {
     SPECTRAL_LOG_ERROR(kTag, "%s: flicker raw data is null", kName);
     m_device->VD6281_QuilTunnelTerminate();
-    return kArgumentRefused;
+    return SPECTRAL_ARGUMENT_REFUSED;
   }
   std::memcpy(data, payloads, static_cast<std::size_t>(size));
   const int status = m_device->VD6281_QuilTunnelTerminate();
-  if (status != kOk) {
+  if (status != SPECTRAL_OK) {
     SPECTRAL_LOG_ERROR(kTag, "%s: Failed to terminate Quillon Sensor, error code %d", kName,
                        status);
   }
@@ -91,19 +91,19 @@ int FlickerSensor::GetFlickerData(int size, unsigned char* data) {
 }
 
 int FlickerSensor::GetFlickerFrequency(Spectral_FlickerInfo_t* info) {
-  if (info == nullptr) return kArgumentRefused;
+  if (info == nullptr) return SPECTRAL_ARGUMENT_REFUSED;
   VD6281_FlickerInfo_t answer = {};
   answer.channel = info->channel;
   info->confidence = 0;
   info->valid = 0;
   const auto start = std::chrono::steady_clock::now();
-  int status = kOk;
+  int status = SPECTRAL_OK;
   for (;;) {
     status = m_device->VD6281_GetFlickerFrequency(&answer);
-    if (status != kOk) break;
+    if (status != SPECTRAL_OK) break;
     std::this_thread::sleep_for(kPollPause);
     if (since(start) >= kPollLimit) {
-      status = spectral::kPollTimeOut;
+      status = SPECTRAL_TIMED_OUT;
       break;
     }
     if (answer.confidence != 0) break;
@@ -118,19 +118,21 @@ int FlickerSensor::GetFlickerFrequency(Spectral_FlickerInfo_t* info) {
 }
 
 int FlickerSensor::GetSaturationValue(unsigned short* value) {
-  if (value == nullptr) return kArgumentRefused;
+  if (value == nullptr) return SPECTRAL_ARGUMENT_REFUSED;
+  constexpr unsigned char kCounterHigh = address_of(Register::kFlickerDetector);
+  constexpr unsigned char kCounterLow = address_of(Register::kFlickerDetector + 1);
   unsigned char high = 0;
   unsigned char low = 0;
-  if (int status = m_device->VD6281_RdByte(reg::kFlickerDetector, &high)) return status;
-  if (int status = m_device->VD6281_RdByte(reg::kFlickerDetector + 1, &low)) return status;
+  if (int status = m_device->VD6281_RdByte(kCounterHigh, &high)) return status;
+  if (int status = m_device->VD6281_RdByte(kCounterLow, &low)) return status;
   *value = static_cast<unsigned short>(high << 8 | low);
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 int FlickerSensor::SetFlickerChannelMask(unsigned int mask) {
-  if (IsValidSingleChannel(mask, kSupportedChannels) == 0) return kArgumentRefused;
+  if (IsValidSingleChannel(mask, kSupportedChannels) == 0) return SPECTRAL_ARGUMENT_REFUSED;
   m_channelMask = mask;
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 int FlickerSensor::IsValidSingleChannel(unsigned int mask, unsigned int supported) {
@@ -138,28 +140,28 @@ int FlickerSensor::IsValidSingleChannel(unsigned int mask, unsigned int supporte
 }
 
 int FlickerSensor::SetGain(unsigned int mask, float gain, float* applied) {
-  if (applied == nullptr) return kArgumentRefused;
-  if (IsValidSingleChannel(mask, m_channelMask) == 0) return kArgumentRefused;
+  if (applied == nullptr) return SPECTRAL_ARGUMENT_REFUSED;
+  if (IsValidSingleChannel(mask, m_channelMask) == 0) return SPECTRAL_ARGUMENT_REFUSED;
   unsigned short actual = 0;
   if (int status = m_device->VD6281_SetGain(static_cast<VD6281_Channel_Id_t>(mask),
                                             spectral::to_gain_q8(gain), &actual)) {
     return status;
   }
   *applied = spectral::gain_factor(actual);
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 int FlickerSensor::SetPedestal(unsigned char value) {
   constexpr char kName[] = "SetPedestal";
   if (value > kMaxPedestal) {
     SPECTRAL_LOG_ERROR(kTag, "%s: Pedestal value is too big. Expect <= %u.", kName, kMaxPedestal);
-    return kArgumentRefused;
+    return SPECTRAL_ARGUMENT_REFUSED;
   }
   if (int status = m_device->VD6281_SetControl(VD6281_CONTROL_PEDESTAL_VALUE, value)) {
     SPECTRAL_LOG_ERROR(kTag, "%s: Pedestal value setup failure error code=%d", kName, status);
   }
   const int status = m_device->VD6281_SetControl(VD6281_CONTROL_PEDESTAL_ENABLE, 1);
-  if (status != kOk) {
+  if (status != SPECTRAL_OK) {
     SPECTRAL_LOG_ERROR(kTag, "%s: Pedestal value enable failure error code=%d", kName, status);
   }
   return status;

@@ -2,16 +2,17 @@
 
 // The search for the highest gain at which the flicker channel does not saturate.
 //
-// A binary search over the ladder of the chip's fifteen gains (driver/exposure_gain_rule.h, highest
-// first) from the lowest on, with steps of 8, 4, 2 and 1: a trial that saturates steps to less
-// gain, one that does not to more. Where the search comes back to the lowest gain on the preferred
-// channel, which the first trial does when it saturates, it begins again on the fallback channel. A
-// last trial steps back once more if it saturates.
+// It is a binary search over the chip's fifteen gains (driver/exposure_gain_rule.h, highest first)
+// that begins at the lowest gain and goes on in steps of 8, 4, 2 and 1: a trial that saturates
+// steps to a lower gain, one that does not steps to a higher gain. When the search comes back to
+// the lowest gain on the preferred channel, which the first trial does when it saturates, it begins
+// again on the fallback channel. One last trial steps down once more if it saturates.
 
 #include <algorithm>
 #include <cstdint>
 
 #include "driver/exposure_gain_rule.h"
+#include "driver/flicker_detector_rule.h"
 
 namespace spectral {
 
@@ -20,10 +21,10 @@ constexpr std::uint32_t kFallbackFlickerChannel = 0x04;
 
 struct GainChoice {
   std::uint32_t channel;
-  int index;  // of the ladder
+  int index;  // of kGainQ8
 };
 
-// The sum of the trials' results; it wraps rather than overflows, whatever a driver returns.
+// The sum of the statuses of a search. It wraps rather than overflows, whatever a driver returns.
 class ErrorSum {
  public:
   void add(int status) { m_sum += static_cast<std::uint32_t>(status); }
@@ -33,7 +34,16 @@ class ErrorSum {
   std::uint32_t m_sum = 0;
 };
 
-// `saturates(GainChoice)` runs one trial.
+// The saturation counter of the flicker channel (registers 0x33 and 0x34) as it was last read: a
+// byte whose read fails keeps its value.
+struct SaturationCounter {
+  std::uint8_t high = 0;
+  std::uint8_t low = 0;
+
+  bool is_saturated() const { return (high << 8 | low) >= kSaturatedCount; }
+};
+
+// Runs the search; `saturates(GainChoice)` runs one trial.
 template <typename Trial>
 GainChoice search_gain(Trial saturates) {
   constexpr int kLowest = kGains - 1;
@@ -53,16 +63,6 @@ GainChoice search_gain(Trial saturates) {
   }
   if (saturates(choice)) choice.index = std::min(choice.index + 1, kLowest);
   return choice;
-}
-
-// Searches by a facade's trials and leaves the measurement running at the gain found, which
-// `applied` gets. Returns the sum of all results.
-template <typename Trials, typename Gain>
-int search_and_start(Trials* trials, Gain* applied) {
-  const GainChoice choice =
-      search_gain([trials](const GainChoice& trial) { return trials->saturates(trial); });
-  trials->start(choice, applied);
-  return trials->errors();
 }
 
 }  // namespace spectral

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "driver/truncate.h"
+#include "driver/fixed_point.h"
 
 namespace spectral {
 
@@ -13,17 +13,17 @@ namespace {
 constexpr int kTones = 3;
 constexpr int kNone = -1;
 
-// Weight by distance from a multiple, in Hz.
+// The weight by the distance from a multiple, in Hz.
 constexpr int kWeights = 3;
 constexpr float kWeight[kWeights] = {1.0f, 0.631f, 0.159f};
 constexpr int kLowestHz = 50;
 constexpr int kHighestHz = 1050;
 
-// Measurements that confirm a change; more where something is to disappear.
+// The measurements that confirm a change; more of them where a frequency disappears.
 constexpr std::uint32_t kConfirmations = 2;
 constexpr std::uint32_t kMainsGoneConfirmations = 10;
 constexpr std::uint32_t kDominantGoneConfirmations = 5;
-constexpr std::uint32_t kMostMisses = 10;  // then the dominant frequency is given up
+constexpr std::uint32_t kMostMisses = 10;  // after so many the dominant frequency is given up
 constexpr std::int32_t kWeakMains = 20;    // below it a mains frequency needs no confirmation
 constexpr std::uint32_t kNotYetMeasured = 0xFFFFFFFF;
 
@@ -32,7 +32,7 @@ struct Tones {
   float strength[kTones];
 };
 
-// Indices of the tones; kNone where there is none.
+// Indices of tones; kNone where there is none.
 struct Ranking {
   int primary;
   int secondary;
@@ -42,7 +42,7 @@ struct Ranking {
 struct Mains {
   int at_50_hz = kNone;
   int at_60_hz = kNone;
-  std::uint32_t hz = 0;  // of the stronger
+  std::uint32_t hz = 0;  // of the stronger one
   std::int32_t strength = 0;
 
   bool has(int index) const { return index == at_50_hz || index == at_60_hz; }
@@ -69,7 +69,7 @@ Ranking rank(const float* strength) {
   } else if (strength[2] < strength[weakest]) {
     weakest = 2;
   }
-  if (strongest == weakest) return {0, 1, 2};  // all alike
+  if (strongest == weakest) return {0, 1, 2};  // all are equally strong
   return {strongest, kTones - strongest - weakest, weakest};
 }
 
@@ -93,7 +93,7 @@ Mains find_mains(const Tones& tones) {
   return mains;
 }
 
-// What remains of the ranking without the mains.
+// The ranking of the tones that are not mains.
 Ranking without_mains(Ranking ranking, const Mains& mains) {
   const int third = mains.has(ranking.tertiary) ? kNone : ranking.tertiary;
   const bool primary_is_mains = mains.has(ranking.primary);
@@ -193,7 +193,7 @@ float harmonic_weight(int f, int g) {
   if (!is_in_band(f) || !is_in_band(g)) return 0.0f;
   const int distance = std::abs(f - g);
   if (distance < kWeights) return kWeight[distance];
-  // f - 1 goes first, even where g is an exact multiple of f.
+  // f - 1 is tried first, even where g is an exact multiple of f: the order is part of the rule.
   for (const int base : {f - 1, f, f + 1}) {
     const int rest = g % base;
     const int off = std::min(base - rest, rest);

@@ -18,6 +18,8 @@ using fuzz::Input;
 using fuzz::require;
 
 namespace reg = spectral::reg;
+using spectral::address_of;
+using spectral::Register;
 
 namespace {
 
@@ -282,7 +284,7 @@ void furnish(Bench* bench, Input* in) {
   std::string detector = in->bytes(reg::kFlickerDetectorRegisters);
   detector.resize(reg::kFlickerDetectorRegisters, '\xFF');
   bench->phone.answer_registers([detector](std::uint8_t address) -> std::optional<std::uint32_t> {
-    const int offset = address - reg::kFlickerDetector;
+    const int offset = address - address_of(Register::kFlickerDetector);
     if (offset < 0 || offset >= reg::kFlickerDetectorRegisters) return std::nullopt;
     return static_cast<std::uint8_t>(detector[static_cast<std::size_t>(offset)]);
   });

@@ -14,6 +14,8 @@ using fuzz::Input;
 using fuzz::require;
 
 namespace reg = spectral::reg;
+using spectral::address_of;
+using spectral::Register;
 
 namespace {
 
@@ -33,10 +35,12 @@ class Answers {
   }
 
   std::optional<std::uint32_t> next(std::uint8_t address) {
-    if (address >= reg::kOtpBank0 && address < reg::kOtpBank0 + m_otp.size()) {
-      return garble(m_otp[static_cast<std::size_t>(address - reg::kOtpBank0)]);
+    if (address >= address_of(Register::kOtpBank0) &&
+        address < address_of(Register::kOtpBank0) + m_otp.size()) {
+      return garble(m_otp[static_cast<std::size_t>(address - address_of(Register::kOtpBank0))]);
     }
-    const bool decides_all = address <= reg::kRevisionId || address == reg::kOtpStatus;
+    const bool decides_all =
+        address <= address_of(Register::kRevisionId) || address == address_of(Register::kOtpStatus);
     if (m_rest->is_at_end()) return detector(address);
     if (decides_all && !m_whole) return std::nullopt;
     return garble(static_cast<char>(m_rest->byte()));
@@ -47,7 +51,7 @@ class Answers {
 
   // The detector says that it is ready, which would take the chip thousands of polls.
   static std::optional<std::uint32_t> detector(std::uint8_t address) {
-    const int offset = address - reg::kFlickerDetector;
+    const int offset = address - address_of(Register::kFlickerDetector);
     if (offset < 0 || offset >= reg::kFlickerDetectorRegisters) return std::nullopt;
     return offset == 4 ? 0xFF : 0;
   }

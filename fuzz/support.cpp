@@ -10,8 +10,8 @@
 #include <iterator>
 #include <vector>
 
+#include "driver/channel.h"
 #include "driver/exposure_gain_rule.h"
-#include "driver/register_map.h"
 
 using spectralsim::Call;
 using spectralsim::Fault;
@@ -106,9 +106,9 @@ void Bench::check_record() {
   const bool flicker = dev.state >= VD6281_STATE_FLICKER;
   require(!als || dev.als_channels != 0, "a running ALS has channels");
   require(!flicker || dev.flicker_channels != 0, "a running flicker measurement has a channel");
-  require(dev.als_channels <= spectral::reg::kAllChannels, "only six channels run");
+  require(dev.als_channels <= spectral::kAllChannels, "only six channels run");
   require((dev.als_channels & dev.flicker_channels) == 0, "no channel is used twice");
-  require((dev.dc_chan_en & ~spectral::reg::kDcChannels) == 0, "five channels have a DC enable");
+  require((dev.dc_chan_en & ~spectral::kDcChannels) == 0, "five channels have a DC enable");
   require(std::all_of(std::begin(dev.channel_gain), std::end(dev.channel_gain), is_chip_gain),
           "every gain in force is one of the chip's");
   require(dev.exposure % spectral::kExposureStepUs == 0 && dev.exposure > 0 &&
@@ -125,7 +125,7 @@ void Bench::check_record() {
 void check(const ALSResult& result) {
   require(result.valid <= 1, "valid is a flag");
   if (result.valid == 0) return;
-  require((result.channelMask & ~spectral::reg::kAllChannels) == 0, "six channels are delivered");
+  require((result.channelMask & ~spectral::kAllChannels) == 0, "six channels are delivered");
   require(std::all_of(std::begin(result.value), std::end(result.value),
                       [](float value) { return std::isfinite(value) && value >= 0.0f; }),
           "every value is a number from 0 on");

@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "flicker/tunnel_stream_rule.h"
+#include "flicker/tunnel_format.h"
 #include "fuzz/support.h"
 
 using fuzz::Bench;

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "spectral_export.h"
+#include "spectral_status.h"
 #include "spectral_types.h"
 
 class SpectralSensorDevice;

@@ -11,6 +11,7 @@
 #include "flicker_sensor.h"
 #include "spectral_export.h"
 #include "spectral_sensor_device.h"
+#include "spectral_status.h"
 #include "spectral_types.h"
 
 /// The layered sensor service: the same operations as the service half of SpectralSensorDevice, one

@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "spectral_export.h"
+#include "spectral_status.h"
 #include "spectral_types.h"
 #include "vd6281.h"
 

@@ -1,13 +1,12 @@
 #include "service/als_capture_rule.h"
 
 #include "driver/channel.h"
-#include "driver/truncate.h"
 
 namespace spectral {
 
 float smallest_gain(std::uint8_t delivered, const float* gain, float start) {
   float smallest = start;
-  for (int n = 0; n < reg::kChannels; ++n) {
+  for (int n = 0; n < kChannels; ++n) {
     if (has_channel(delivered, n) && gain[n] < smallest) smallest = gain[n];
   }
   return smallest;

@@ -1,19 +1,15 @@
 #include "ambient_light_sensor.h"
 
-#include "driver/exposure_gain_rule.h"
-#include "driver/register_map.h"
+#include "driver/channel.h"
+#include "driver/fixed_point.h"
 #include "driver/single_channel.h"
-#include "driver/status.h"
 #include "service/als_capture_rule.h"
 #include "spectral_sensor_device.h"
-
-using spectral::kArgumentRefused;
-using spectral::kOk;
+#include "spectral_status.h"
 
 namespace {
 
 constexpr char kTag[] = "ambient-light-sensor";
-constexpr float kHighestGain = 100.0f;
 
 VD6281_Mode_t driver_mode(Spectral_AlsMode_t mode) { return static_cast<VD6281_Mode_t>(mode); }
 
@@ -36,7 +32,7 @@ int AmbientLightSensor::DisableAmbientLightSensor(Spectral_AlsMode_t mode) {
 }
 
 int AmbientLightSensor::GetAlsValues(const ALSConfig& config, ALSResult* result) {
-  if (result == nullptr) return kArgumentRefused;
+  if (result == nullptr) return SPECTRAL_ARGUMENT_REFUSED;
   VD6281_Als_t raw = {};
   unsigned char ready = 0;
   if (int status =
@@ -44,22 +40,23 @@ int AmbientLightSensor::GetAlsValues(const ALSConfig& config, ALSResult* result)
     return status;
   }
   result->valid = ready != 0 ? 1 : 0;
-  return ready != 0 ? ConvertRawAlsValueToAlsResult(config, &raw, result) : kOk;
+  return ready != 0 ? ConvertRawAlsValueToAlsResult(config, &raw, result) : SPECTRAL_OK;
 }
 
 int AmbientLightSensor::ConvertRawAlsValueToAlsResult(const ALSConfig& config, VD6281_Als_t* raw,
                                                       ALSResult* result) {
-  const float smallest = spectral::smallest_gain(raw->channels, config.channelGain, kHighestGain);
-  for (int n = 0; n < spectral::reg::kChannels; ++n) {
+  const float smallest =
+      spectral::smallest_gain(raw->channels, config.channelGain, spectral::kHighestAlsGain);
+  for (int n = 0; n < spectral::kChannels; ++n) {
     const float ratio = config.channelGain[n] / smallest;
     raw->raw_count[n] = spectral::scale_count(raw->raw_count[n], ratio);
     raw->count[n] = spectral::scale_count(raw->count[n], ratio);
-    result->value[n] = static_cast<float>(raw->raw_count[n]) * spectral::kUnitOfLastPlace;
+    result->value[n] = spectral::value_of(raw->raw_count[n]);
   }
   result->channelMask = raw->channels;
-  result->exposureMs = static_cast<float>(config.exposureTime) / 1000.0f;
+  result->exposureMs = static_cast<float>(config.exposureTime) / spectral::kUsPerMs;
   result->gain = smallest;
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 int AmbientLightSensor::SetExposureTime(unsigned int exposure, unsigned int* actual) {
@@ -67,15 +64,15 @@ int AmbientLightSensor::SetExposureTime(unsigned int exposure, unsigned int* act
 }
 
 int AmbientLightSensor::SetGain(unsigned int channel, float gain, float* actual) {
-  if (actual == nullptr) return kArgumentRefused;
-  if (IsValidSingleChannel(channel, m_channelMask) == 0) return kArgumentRefused;
+  if (actual == nullptr) return SPECTRAL_ARGUMENT_REFUSED;
+  if (IsValidSingleChannel(channel, m_channelMask) == 0) return SPECTRAL_ARGUMENT_REFUSED;
   unsigned short applied = 0;
   if (int status = m_device->VD6281_SetGain(static_cast<VD6281_Channel_Id_t>(channel),
                                             spectral::to_gain_q8(gain), &applied)) {
     return status;
   }
   *actual = spectral::gain_factor(applied);
-  return kOk;
+  return SPECTRAL_OK;
 }
 
 int AmbientLightSensor::IsValidSingleChannel(unsigned int channel, unsigned int supported) {

@@ -1,34 +1,111 @@
-// Auto-exposure in gain codes. The rule is in auto_exposure.h, the capture in als_flow.h.
+// The auto-exposure capture: measure, apply the calibration, propose the next configuration.
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
 #include <iterator>
+#include <mutex>
 
-#include "driver/exposure_gain_rule.h"
-#include "driver/register_access.h"
-#include "service/als_flow.h"
-#include "spectral_sensor_device.h"
+#include "driver/shared_state.h"
+#include "flicker/facade_traits.h"
+#include "platform/log.h"
+#include "service/als_capture.h"
+#include "service/auto_exposure_rule.h"
+#include "spectral_status.h"
+
+using spectral::AlsProposal;
+using spectral::AlsVerdict;
+using spectral::DeviceTraits;
+using spectral::FacadeTraits;
+using spectral::LayeredTraits;
 
 namespace {
 
-constexpr float kGainOfCode1 =
-    spectral::gain_factor(1);  // a reset really programs code 1, not unity
+constexpr std::uint32_t kReadOutTimeMs = 12;  // what the chip needs after the exposure
 
-void set_gain_codes(ALSConfig* next, const float (&gains)[6]) {
-  std::transform(std::begin(gains), std::end(gains), next->gainCode,
-                 [](float gain) { return spectral::to_gain_q8(gain); });
+// Sleeps until the exposure has ended or the ALS enable flag is cleared.
+template <typename Facade>
+void wait_for_exposure(Facade& facade, std::uint32_t exposure_us) {
+  const auto aborted = [&facade] { return !spectral::is_set(facade.m_alsEnableFlag); };
+  std::unique_lock<std::mutex> lock(facade.m_als_mtx);
+  if (aborted()) return;
+  const std::chrono::milliseconds duration(exposure_us / 1000 + kReadOutTimeMs);
+  facade.m_als_cv.wait_until(lock, std::chrono::steady_clock::now() + duration, aborted);
+}
+
+template <typename Facade>
+int capture(Facade& facade, SpectralSensorOutput* output) {
+  if (output == nullptr) return SPECTRAL_FAILED;
+  wait_for_exposure(facade, spectral::configure_and_start(facade));
+  ALSResult measured = {};
+  int status = facade.ReadALS(&measured, false);
+  facade.StopExpALS();
+  if (status == SPECTRAL_OK) {
+    facade.CorrectALSRAW(&measured);
+    ALSConfig proposal = facade.m_alsConfig;
+    bool stable = false;
+    status = facade.ALSAE(&measured, &proposal, &stable);
+    if (status == SPECTRAL_OK) facade.m_alsConfig = proposal;
+  }
+  output->als = facade.m_alsResult;  // after a failed read this is the previous result
+  return status;
+}
+
+// The auto-exposure rule as an operation, with the gains in the facade's unit.
+template <typename Facade>
+int propose(const Facade& facade, const ALSResult* result, ALSConfig* next, bool* stable) {
+  using Traits = FacadeTraits<Facade>;
+  if (result == nullptr || next == nullptr || stable == nullptr) return SPECTRAL_FAILED;
+  if (result->channelMask == 0) return SPECTRAL_FAILED;
+  AlsProposal proposal = spectral::propose_exposure(
+      {result->channelMask, result->value, result->exposureMs, result->gain});
+  *stable = proposal.verdict == AlsVerdict::kInRange || proposal.verdict == AlsVerdict::kSaturated;
+  if (proposal.verdict == AlsVerdict::kInRange) {
+    *next = facade.m_alsConfig;
+    return SPECTRAL_OK;
+  }
+  if (proposal.verdict == AlsVerdict::kBadExposure) {
+    SPECTRAL_LOG_ERROR(Traits::kLogTag, "%s: Wrong EXP config, reset to default", "ALSAE");
+    proposal.exposure_us = ALSConfig().exposureTime;
+    std::fill(std::begin(proposal.gain), std::end(proposal.gain), Traits::kResetGain);
+  }
+  next->exposureTime = proposal.exposure_us;
+  Traits::set_gains(proposal.gain, next);
+  return SPECTRAL_OK;
+}
+
+template <typename Facade>
+float look_up(const Facade&, float target, int low, int high) {
+  if (spectral::is_gain_range(low, high)) return spectral::look_up_gain(target, low, high);
+  SPECTRAL_LOG_ERROR(FacadeTraits<Facade>::kLogTag, "%s: Wroing input index, return min gain",
+                     "LookUpGain");
+  return spectral::kMinAlsGain;
 }
 
 }  // namespace
 
-float SpectralSensorDevice::LookUpGain(float target, int low, int high) {
-  return spectral::checked_gain(target, low, high, spectral::kDriverTag);
+void DeviceTraits::set_gains(const float (&gains)[6], ALSConfig* next) {
+  std::transform(std::begin(gains), std::end(gains), next->gainCode, spectral::to_gain_q8);
 }
-
-int SpectralSensorDevice::ALSAE(ALSResult* result, ALSConfig* next, bool* stable) {
-  return spectral::propose_config(result, m_alsConfig, next, stable, spectral::kDriverTag,
-                                  kGainOfCode1, set_gain_codes);
+void LayeredTraits::set_gains(const float (&gains)[6], ALSConfig* next) {
+  std::copy(std::begin(gains), std::end(gains), next->channelGain);
 }
 
 int SpectralSensorDevice::CaptureALSAE(SpectralSensorOutput* output) {
-  return spectral::capture_auto_exposure(this, output);
+  return capture(*this, output);
+}
+int SpectralSensor::CaptureALSAE(SpectralSensorOutput* output) { return capture(*this, output); }
+
+int SpectralSensorDevice::ALSAE(ALSResult* result, ALSConfig* next, bool* stable) {
+  return propose(*this, result, next, stable);
+}
+int SpectralSensor::ALSAE(ALSResult* result, ALSConfig* next, bool* stable) {
+  return propose(*this, result, next, stable);
+}
+
+float SpectralSensorDevice::LookUpGain(float target, int low, int high) {
+  return look_up(*this, target, low, high);
+}
+float SpectralSensor::LookUpGain(float target, int low, int high) {
+  return look_up(*this, target, low, high);
 }

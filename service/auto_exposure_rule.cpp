@@ -3,26 +3,27 @@
 #include <algorithm>
 
 #include "driver/channel.h"
+#include "service/als_capture_rule.h"
 
 namespace spectral {
 
 namespace {
-
-constexpr int kChannels = reg::kChannels;
 
 constexpr float kMinExposureMs = 1.6f;
 constexpr float kBaseExposureMs = 115.2f;
 constexpr float kMaxExposureMs = 1638.4f;
 constexpr std::uint32_t kBaseExposureUs = 115200;
 
-constexpr float kMinSaturation = reg::kCountsPerStep;
+// What a channel's counter takes in each step of exposure.
+constexpr float kCountsPerStep = 910.0f;
 constexpr float kStepUs = 1600.0f;
 
 constexpr float kInRangeLow = 0.3f;
 constexpr float kInRangeHigh = 0.7f;
 constexpr float kTarget = 45874.5f;  // 70 % of full scale
 
-// Where the brightest channel says too little to scale by.
+// Beyond these the brightest channel is clipped, or too dark, to scale by; the next measurement is
+// made darker or brighter by a fixed step.
 constexpr float kClipped = 65534.0f;
 constexpr float kClippedStep = 0.5f;
 constexpr float kDark = 1.0f;
@@ -31,12 +32,12 @@ constexpr float kDarkStep = 100.0f;
 constexpr int kHighestCommonGain = 12;  // 33.0; only single channels go above
 constexpr int kHighestGain = kAlsGains - 1;
 
-// What the counter holds at most after this exposure.
+// What a channel can count at most in this exposure.
 float saturation_level(float exposure_ms) {
-  if (!(exposure_ms < kBaseExposureMs)) return reg::kFullScale;
-  const float level = exposure_ms * 1000.0f / kStepUs * reg::kCountsPerStep;
+  if (!(exposure_ms < kBaseExposureMs)) return kFullScale;
+  const float level = exposure_ms * 1000.0f / kStepUs * kCountsPerStep;
   return static_cast<float>(
-      static_cast<std::uint32_t>(std::clamp(level, kMinSaturation, reg::kFullScale)));
+      static_cast<std::uint32_t>(std::clamp(level, kCountsPerStep, kFullScale)));
 }
 
 // How much brighter the next measurement should come out.
@@ -46,7 +47,7 @@ float step_towards_target(float brightest) {
   return kTarget / brightest;
 }
 
-// A gain and an exposure for all channels, whose product is the one asked for as near as can be.
+// A gain and an exposure for all channels, whose product is as near to the wanted one as it can be.
 struct Setting {
   float gain;
   float exposure_ms;

@@ -2,12 +2,12 @@
 
 // The ambient-light auto-exposure rule.
 //
-// From one measurement it proposes the exposure and the six gains of the next, so that the
-// brightest channel lands at 70 % of full scale and each dimmer one near it; a measurement whose
-// brightest channel is already at 30..70 % of what its exposure can hold is left alone. The common
-// gain and the exposure trade against each other: the exposure stays at 115.2 ms, the shortest that
-// can fill the counter, as long as a table gain does, and grows only for what the gain cannot give.
-// All arithmetic is single precision; the bounds and the order of operations are part of the rule.
+// From one measurement the rule proposes the exposure and the six gains of the next one, so that
+// the brightest channel comes to 70 % of full scale and each dimmer channel near it. A measurement
+// whose brightest channel is at 30..70 % of what its exposure can hold is left alone. The exposure
+// stays at 115.2 ms, the shortest that can fill the counter, as long as one of the table's gains
+// gives the rest of the brightness; it grows only for what the gains cannot give. All arithmetic is
+// single precision; the bounds and the order of operations are part of the rule.
 
 #include <cstdint>
 
@@ -19,33 +19,34 @@ constexpr float kAlsGainTable[kAlsGains] = {0.71f, 0.83f, 1.0f,  1.25f, 1.67f, 2
                                             33.0f, 50.0f, 66.6f, 100.0f};
 constexpr float kMinAlsGain = kAlsGainTable[0];
 
-// Whether low..high are indices of the table in order.
+// Whether low..high are indices of the table, in this order.
 constexpr bool is_gain_range(int low, int high) {
   return low <= high && low >= 0 && high < kAlsGains;
 }
 
-// The largest gain of the table's entries low..high (is_gain_range) not above `target`; the one at
-// `low` if all are.
+// The largest gain not above `target` among the table's entries low..high, for which is_gain_range
+// holds; the gain at `low` if all of them are above it.
 float look_up_gain(float target, int low, int high);
 
 struct AlsMeasurement {
-  std::uint8_t channels;  // delivered, bit n = channel n
-  const float* value;     // per channel, six, normalised to `gain`
+  std::uint8_t channels;  // the channels delivered, bit n = channel index n
+  const float* value;     // six, per channel, normalised to `gain`
   float exposure_ms;
   float gain;  // smallest in use, as a factor
 };
 
 enum class AlsVerdict {
   kInRange,        // keep the configuration
-  kBadExposure,    // measured outside the rule's limits: back to the default
-  kSaturated,      // at the shortest exposure and smallest gain already: nothing better there is
+  kBadExposure,    // the exposure was outside the rule's limits: go back to the default
+  kSaturated,      // saturated at the lowest setting already, so there is no better one
   kNotWellPlaced,  // measure again as proposed
 };
 
 struct AlsProposal {
   AlsVerdict verdict;
-  std::uint32_t exposure_us = 0;  // kSaturated and kNotWellPlaced only
-  float gain[6] = {};             // likewise, per channel
+  // Set for kSaturated and kNotWellPlaced only.
+  std::uint32_t exposure_us = 0;
+  float gain[6] = {};  // per channel, factors
 };
 
 AlsProposal propose_exposure(const AlsMeasurement& measured);

@@ -7,7 +7,8 @@
 #include <iterator>
 #include <limits>
 
-#include "driver/register_map.h"
+#include "driver/channel.h"
+#include "service/als_capture_rule.h"
 
 namespace spectral {
 
@@ -18,7 +19,7 @@ constexpr std::uint16_t kMaxReading = 50000;
 
 struct Model {
   const char* name;
-  std::uint16_t golden[reg::kChannels];  // readings of the reference unit
+  std::uint16_t golden[kChannels];  // readings of the reference unit
 };
 
 constexpr Model kModelTable[kModels] = {
@@ -29,7 +30,8 @@ constexpr Model kModelTable[kModels] = {
 };
 
 constexpr int kFirstReadingLine = 7;
-// Channels on lines 7..13; line 11 is skipped, and the last three do not come in order.
+// The channels on lines 7..13. Line 11 is skipped, and channels 5, 4 and 3 stand in the file's own
+// order.
 constexpr int kLineChannels[] = {0, 1, 2, 5, -1, 4, 3};
 
 }  // namespace
@@ -60,7 +62,7 @@ std::optional<std::uint16_t> parse_reading(const std::string& line) {
 }
 
 bool are_plausible(const std::uint16_t* reading) {
-  return std::all_of(reading, reading + reg::kChannels, [](std::uint16_t value) {
+  return std::all_of(reading, reading + kChannels, [](std::uint16_t value) {
     return value >= kMinReading && value <= kMaxReading;
   });
 }
@@ -69,6 +71,6 @@ float calibration_factor(std::uint32_t model, int channel, std::uint16_t reading
   return static_cast<float>(kModelTable[model - 1].golden[channel]) / static_cast<float>(reading);
 }
 
-float calibrate(float value, float factor) { return std::min(value * factor, reg::kFullScale); }
+float calibrate(float value, float factor) { return std::min(value * factor, kFullScale); }
 
 }  // namespace spectral

@@ -3,11 +3,15 @@
 #include <algorithm>
 #include <cmath>
 
-#include "driver/register_map.h"
+#include "driver/channel.h"
 
 namespace spectralsim {
 
 namespace reg = spectral::reg;
+using spectral::address_of;
+using spectral::kChannel6;
+using spectral::kChannels;
+using spectral::Register;
 
 namespace {
 
@@ -43,10 +47,10 @@ double gain_of_code(std::uint8_t code) {
   return code < std::size(kGainOfCode) ? kGainOfCode[code] : 0.0;
 }
 
-bool is_read_only(std::uint8_t address) {
-  return address <= reg::kRevisionId ||
-         (address >= reg::kAlsResults && address < reg::kExposureHigh) ||
-         (address >= reg::kOtpStatus && address < reg::kAnalogue0);
+bool is_read_only(Register which) {
+  return which <= Register::kRevisionId ||
+         (which >= Register::kAlsResults && which < Register::kExposureHigh) ||
+         (which >= Register::kOtpStatus && which < Register::kAnalogue0);
 }
 
 }  // namespace
@@ -110,22 +114,22 @@ std::optional<std::uint8_t> Chip::read(std::uint8_t address) {
   if (!m_powered) return std::nullopt;
   finish_measurements();
   std::uint8_t value = m_registers[address];
-  switch (address) {
-    case reg::kDeviceId:
+  switch (const auto which = static_cast<Register>(address); which) {
+    case Register::kDeviceId:
       value = m_device_id;
       break;
-    case reg::kRevisionId:
+    case Register::kRevisionId:
       value = m_revision_id;
       break;
-    case reg::kStatus:
+    case Register::kStatus:
       value = m_result_waits ? 0 : reg::kNoResult;
       break;
-    case reg::kOtpStatus:
+    case Register::kOtpStatus:
       value = read_otp_status();
       break;
     default:
-      if (address >= reg::kFlickerDetector &&
-          address < reg::kFlickerDetector + reg::kFlickerDetectorRegisters) {
+      if (which >= Register::kFlickerDetector &&
+          which < Register::kFlickerDetector + reg::kFlickerDetectorRegisters) {
         value = read_detector(address);
       }
       break;
@@ -136,25 +140,25 @@ std::optional<std::uint8_t> Chip::read(std::uint8_t address) {
 bool Chip::write(std::uint8_t address, std::uint8_t value) {
   if (!m_powered) return false;
   finish_measurements();
-  if (is_read_only(address)) return true;
+  if (is_read_only(static_cast<Register>(address))) return true;
   const bool flicker_ran = flicker_runs();
   m_registers[address] = value;
   if (flicker_runs() && !flicker_ran) m_flicker_started_ns = m_clock->now_ns();
-  switch (address) {
-    case reg::kStatus:
+  switch (static_cast<Register>(address)) {
+    case Register::kStatus:
       if ((value & reg::kAcknowledge) != 0) m_result_waits = false;
       break;
-    case reg::kMeasurement:
+    case Register::kMeasurement:
       m_als_runs = false;
       m_result_waits = false;
       if (value == reg::kSingleShotAls || value == reg::kSynchronousAls) {
         start_als(value == reg::kSynchronousAls);
       }
       break;
-    case reg::kOtpControl:
+    case Register::kOtpControl:
       m_otp_status_reads = 0;
       break;
-    case reg::kSoftwareReset:
+    case Register::kSoftwareReset:
       if (value != 0) reset();
       break;
     default:
@@ -168,16 +172,16 @@ std::uint8_t Chip::read_otp_status() {
   if (++m_otp_status_reads < m_otp_ready_on_read) return 0;
   m_otp_status_reads = m_otp_ready_on_read;
   std::copy(m_otp.registers().begin(), m_otp.registers().end(),
-            m_registers.begin() + reg::kOtpBank0);
+            m_registers.begin() + address_of(Register::kOtpBank0));
   return reg::kOtpReady;
 }
 
 void Chip::start_als(bool synchronous) {
-  const int count = (m_registers[reg::kExposureHigh] & 0x03) << 8 | m_registers[reg::kExposureLow];
+  const int count = (at(Register::kExposureHigh) & 0x03) << 8 | at(Register::kExposureLow);
   m_als_runs = true;
   m_synchronous = synchronous;
   m_exposure_ns = std::max(count, 1) * kExposureStepNs;
-  m_period_ns = std::max(m_exposure_ns, m_registers[reg::kInterMeasurementPeriod] * kPeriodStepNs);
+  m_period_ns = std::max(m_exposure_ns, at(Register::kInterMeasurementPeriod) * kPeriodStepNs);
   m_result_due_ns = m_clock->now_ns() + m_exposure_ns;
 }
 
@@ -196,10 +200,10 @@ void Chip::finish_measurements() {
 void Chip::latch_result(std::int64_t from_ns, std::int64_t to_ns) {
   const double from_ms = static_cast<double>(from_ns) / kNsPerMs;
   const double to_ms = static_cast<double>(to_ns) / kNsPerMs;
-  for (int channel = 0; channel < reg::kChannels; ++channel) {
+  for (int channel = 0; channel < kChannels; ++channel) {
     const double counts = measured_counts(channel, from_ms, to_ms);
     const auto raw = static_cast<std::uint32_t>(counts * kFractions);
-    auto* const result = &m_registers[reg::kAlsResults] + reg::kAlsResultStride * channel;
+    auto* const result = &at(Register::kAlsResults + reg::kAlsResultStride * channel);
     result[0] = static_cast<std::uint8_t>(raw >> 16);
     result[1] = static_cast<std::uint8_t>(raw >> 8);
     result[2] = static_cast<std::uint8_t>(raw);
@@ -208,11 +212,11 @@ void Chip::latch_result(std::int64_t from_ns, std::int64_t to_ns) {
 
 double Chip::measured_counts(int channel, double from_ms, double to_ms) {
   const std::uint8_t bit = static_cast<std::uint8_t>(1u << channel);
-  const bool enabled = bit == reg::kChannel6 ? m_registers[reg::kAcEnable] != 0
-                                             : (m_registers[reg::kDcEnable] & bit) != 0;
+  const bool enabled =
+      bit == kChannel6 ? at(Register::kAcEnable) != 0 : (at(Register::kDcEnable) & bit) != 0;
   if (!enabled) return 0.0;
   const double exposure_ms = to_ms - from_ms;
-  const std::uint8_t gain_code = *(&m_registers[reg::kChannelGain] + channel);
+  const std::uint8_t gain_code = at(Register::kChannelGain + channel);
   double counts = m_scene.mean(channel, from_ms, to_ms) * gain_of_code(gain_code) * exposure_ms;
   counts += noisy(std::sqrt(counts));
   const double limit = std::min(kCountsPerStep * exposure_ms / kExposureStepMs, kFullScale);
@@ -227,26 +231,24 @@ double Chip::noisy(double size) {
   return m_noise * size * normal;
 }
 
-bool Chip::flicker_runs() const {
-  return (m_registers[reg::kFlickerControl] & reg::kFlickerRun) != 0;
-}
+bool Chip::flicker_runs() const { return (at(Register::kFlickerControl) & reg::kFlickerRun) != 0; }
 
 // Light on the selected channel times its gain, as a part of what the path holds.
 double Chip::flicker_level(std::int64_t from_ns, std::int64_t to_ns) const {
-  const int select = (m_registers[reg::kFlickerControl] & reg::kFlickerSelectAndRun) >> 1;
-  const int channel = select == 1 ? reg::kChannels - 1 : select - 2;
-  if (!flicker_runs() || channel < 0 || channel >= reg::kChannels) return 0.0;
+  const int select = (at(Register::kFlickerControl) & reg::kFlickerSelectAndRun) >> 1;
+  const int channel = select == 1 ? kChannels - 1 : select - 2;
+  if (!flicker_runs() || channel < 0 || channel >= kChannels) return 0.0;
   const double from_s = static_cast<double>(from_ns) / kNsPerSecond;
   const double to_s = static_cast<double>(to_ns) / kNsPerSecond;
-  const std::uint8_t gain_code = *(&m_registers[reg::kChannelGain] + channel);
+  const std::uint8_t gain_code = at(Register::kChannelGain + channel);
   return m_scene.mean(channel, from_s * 1000, to_s * 1000) * m_scene.modulation(from_s, to_s) *
          gain_of_code(gain_code) / kFlickerLimit;
 }
 
 std::int16_t Chip::flicker_sample(std::int64_t from_ns, std::int64_t to_ns) {
   if (!m_powered || !flicker_runs()) return 0;
-  const bool has_pedestal = (m_registers[reg::kFlickerControl] & reg::kPedestalDisable) == 0;
-  const int pedestal = has_pedestal ? m_registers[reg::kPedestalValue] * kPedestalStep : 0;
+  const bool has_pedestal = (at(Register::kFlickerControl) & reg::kPedestalDisable) == 0;
+  const int pedestal = has_pedestal ? at(Register::kPedestalValue) * kPedestalStep : 0;
   const double sample =
       flicker_level(from_ns, to_ns) * kHighestSample + pedestal + noisy(kFlickerNoise);
   return static_cast<std::int16_t>(std::clamp(sample, 0.0, kHighestSample));
@@ -257,7 +259,7 @@ std::int16_t Chip::flicker_sample(std::int64_t from_ns, std::int64_t to_ns) {
 std::uint8_t Chip::read_detector(std::uint8_t address) const {
   if (!flicker_runs()) return 0;
   const std::int64_t now_ns = m_clock->now_ns();
-  const int offset = address - reg::kFlickerDetector;
+  const int offset = address - address_of(Register::kFlickerDetector);
   if (offset < 2) {
     int saturated = 0;
     constexpr std::int64_t kSampleNs = kSaturationWindowNs / kSaturationSamples;

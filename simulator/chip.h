@@ -8,6 +8,7 @@
 #include <optional>
 #include <random>
 
+#include "driver/register_map.h"
 #include "simulator/clock.h"
 #include "simulator/otp.h"
 #include "simulator/scene.h"
@@ -53,6 +54,8 @@ class __attribute__((visibility("default"))) Chip {
   bool write(std::uint8_t address, std::uint8_t value);
 
  private:
+  std::uint8_t& at(spectral::Register which) { return m_registers[address_of(which)]; }
+  const std::uint8_t& at(spectral::Register which) const { return m_registers[address_of(which)]; }
   void reset();
   void start_als(bool synchronous);
   void finish_measurements();

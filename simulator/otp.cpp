@@ -4,16 +4,18 @@
 
 namespace spectralsim {
 
-namespace reg = spectral::reg;
+using spectral::address_of;
+using spectral::Register;
 
 namespace {
 
 // Fields that share a register with others.
-constexpr std::uint8_t kColorMapAndTrim = reg::kOtpBank0 + 6;  // map in bits 7..5, trim bits 8..4
-constexpr std::uint8_t kTrimLow = reg::kOtpBank0 + 7;          // trim bits 3..0
-constexpr int kWholeUidRegisters = 6;                          // then five bits above the version
-constexpr std::uint8_t kVersion = reg::kOtpBank1 + 6;          // bits 2..0
-constexpr std::uint8_t kOsc2Trim = reg::kOtpBank1 + 7;         // bits 3..0
+constexpr std::uint8_t kColorMapAndTrim =
+    address_of(Register::kOtpBank0 + 6);  // map in bits 7..5, trim bits 8..4
+constexpr std::uint8_t kTrimLow = address_of(Register::kOtpBank0 + 7);  // trim bits 3..0
+constexpr int kWholeUidRegisters = 6;  // then five bits above the version
+constexpr std::uint8_t kVersion = address_of(Register::kOtpBank1 + 6);   // bits 2..0
+constexpr std::uint8_t kOsc2Trim = address_of(Register::kOtpBank1 + 7);  // bits 3..0
 
 void replace(std::uint8_t* target, unsigned int mask, unsigned int bits) {
   *target = static_cast<std::uint8_t>((*target & ~mask) | (bits & mask));
@@ -22,7 +24,7 @@ void replace(std::uint8_t* target, unsigned int mask, unsigned int bits) {
 }  // namespace
 
 std::uint8_t& Otp::at(std::uint8_t address) {
-  return m_registers.at(static_cast<std::size_t>(address - reg::kOtpBank0));
+  return m_registers.at(static_cast<std::size_t>(address - address_of(Register::kOtpBank0)));
 }
 
 Otp& Otp::version(unsigned int value) {
@@ -31,7 +33,7 @@ Otp& Otp::version(unsigned int value) {
 }
 
 Otp& Otp::slope(int channel, std::uint8_t value) {
-  at(static_cast<std::uint8_t>(reg::kOtpBank0 + channel)) = value;
+  at(address_of(Register::kOtpBank0 + channel)) = value;
   return *this;
 }
 
@@ -53,7 +55,7 @@ Otp& Otp::osc2_trim(unsigned int value) {
 
 Otp& Otp::uid_bits(std::uint64_t value) {
   for (int i = 0; i < kWholeUidRegisters; ++i) {
-    at(static_cast<std::uint8_t>(reg::kOtpBank1 + i)) = static_cast<std::uint8_t>(value >> (8 * i));
+    at(address_of(Register::kOtpBank1 + i)) = static_cast<std::uint8_t>(value >> (8 * i));
   }
   replace(&at(kVersion), 0xF8, static_cast<unsigned int>(value >> 48) << 3);
   return *this;

@@ -17,6 +17,7 @@
 #include <string>
 #include <thread>
 
+#include "driver/channel.h"
 #include "driver/nodes.h"
 #include "driver/register_map.h"
 #include "simulator/phone.h"
@@ -26,6 +27,8 @@ namespace {
 
 using namespace std::chrono_literals;
 namespace reg = spectral::reg;
+using spectral::address_of;
+using spectral::Register;
 using spectralsim::Chip;
 using spectralsim::Fault;
 using spectralsim::Light;
@@ -38,29 +41,28 @@ class SimulatedChip : public ::testing::Test {
  protected:
   SimulatedChip() {
     chip.noise(0, 1).power(true);
-    chip.write(reg::kDcEnable, reg::kDcChannels);
-    chip.write(reg::kAcEnable, reg::kOn);
-    for (int n = 0; n < reg::kChannels; ++n) {
-      chip.write(static_cast<std::uint8_t>(reg::kChannelGain + n), 13);
+    chip.write(address_of(Register::kDcEnable), spectral::kDcChannels);
+    chip.write(address_of(Register::kAcEnable), reg::kOn);
+    for (int n = 0; n < spectral::kChannels; ++n) {
+      chip.write(address_of(Register::kChannelGain + n), 13);
     }
   }
 
   void expose(int steps, std::uint8_t measurement = reg::kSingleShotAls) {
-    chip.write(reg::kExposureLow, static_cast<std::uint8_t>(steps & 0xFF));
-    chip.write(reg::kExposureHigh, static_cast<std::uint8_t>(steps >> 8));
-    chip.write(reg::kMeasurement, measurement);
+    chip.write(address_of(Register::kExposureLow), static_cast<std::uint8_t>(steps & 0xFF));
+    chip.write(address_of(Register::kExposureHigh), static_cast<std::uint8_t>(steps >> 8));
+    chip.write(address_of(Register::kMeasurement), measurement);
   }
 
-  bool result_waits() { return (*chip.read(reg::kStatus) & reg::kNoResult) == 0; }
+  bool result_waits() { return (*chip.read(address_of(Register::kStatus)) & reg::kNoResult) == 0; }
 
   void acknowledge() {
-    chip.write(reg::kStatus, reg::kAcknowledge);
-    chip.write(reg::kStatus, reg::kRearm);
+    chip.write(address_of(Register::kStatus), reg::kAcknowledge);
+    chip.write(address_of(Register::kStatus), reg::kRearm);
   }
 
   std::uint32_t raw(int channel) {
-    const auto first =
-        static_cast<std::uint8_t>(reg::kAlsResults + reg::kAlsResultStride * channel);
+    const auto first = address_of(Register::kAlsResults + reg::kAlsResultStride * channel);
     return static_cast<std::uint32_t>(*chip.read(first) << 16 |
                                       *chip.read(static_cast<std::uint8_t>(first + 1)) << 8 |
                                       *chip.read(static_cast<std::uint8_t>(first + 2)));
@@ -75,12 +77,12 @@ class SimulatedChip : public ::testing::Test {
 };
 
 TEST_F(SimulatedChip, IsSilentWithoutPowerAndForgetsItsRegisters) {
-  chip.write(reg::kClampSetting, 0x1F);
+  chip.write(address_of(Register::kClampSetting), 0x1F);
   chip.power(false);
-  EXPECT_FALSE(chip.read(reg::kDeviceId).has_value());
-  EXPECT_FALSE(chip.write(reg::kClampSetting, 1));
+  EXPECT_FALSE(chip.read(address_of(Register::kDeviceId)).has_value());
+  EXPECT_FALSE(chip.write(address_of(Register::kClampSetting), 1));
   chip.power(true);
-  EXPECT_EQ(*chip.read(reg::kClampSetting), 0);
+  EXPECT_EQ(*chip.read(address_of(Register::kClampSetting)), 0);
 }
 
 TEST_F(SimulatedChip, KeepsItsIdentityAndResultsFromWrites) {
@@ -90,30 +92,30 @@ TEST_F(SimulatedChip, KeepsItsIdentityAndResultsFromWrites) {
     chip.write(static_cast<std::uint8_t>(address), static_cast<std::uint8_t>(before + 1));
     EXPECT_EQ(*chip.read(static_cast<std::uint8_t>(address)), before) << address;
   }
-  EXPECT_EQ(*chip.read(reg::kDeviceId), 0x70);
-  EXPECT_EQ(*chip.read(reg::kRevisionId), 0xBB);
-  chip.write(reg::kOsc2Trim, 9);
-  chip.write(reg::kSoftwareReset, 1);
-  EXPECT_EQ(*chip.read(reg::kOsc2Trim), 0);
+  EXPECT_EQ(*chip.read(address_of(Register::kDeviceId)), 0x70);
+  EXPECT_EQ(*chip.read(address_of(Register::kRevisionId)), 0xBB);
+  chip.write(address_of(Register::kOsc2Trim), 9);
+  chip.write(address_of(Register::kSoftwareReset), 1);
+  EXPECT_EQ(*chip.read(address_of(Register::kOsc2Trim)), 0);
 }
 
 TEST_F(SimulatedChip, LoadsTheOtpOnRequest) {
   chip.otp(spectralsim::Otp().raw(0x5B, 0x42)).otp_ready_on_read(3);
-  EXPECT_EQ(*chip.read(reg::kOtpStatus), 0) << "no load asked for";
-  chip.write(reg::kOtpControl, reg::kOtpLoad);
-  EXPECT_EQ(*chip.read(reg::kOtpStatus), 0);
-  EXPECT_EQ(*chip.read(reg::kOtpBank0), 0);
-  EXPECT_EQ(*chip.read(reg::kOtpStatus), 0);
-  EXPECT_EQ(*chip.read(reg::kOtpStatus), reg::kOtpReady);
-  EXPECT_EQ(*chip.read(reg::kOtpStatus), reg::kOtpReady);
-  EXPECT_EQ(*chip.read(reg::kOtpBank0), 0x42);
+  EXPECT_EQ(*chip.read(address_of(Register::kOtpStatus)), 0) << "no load asked for";
+  chip.write(address_of(Register::kOtpControl), reg::kOtpLoad);
+  EXPECT_EQ(*chip.read(address_of(Register::kOtpStatus)), 0);
+  EXPECT_EQ(*chip.read(address_of(Register::kOtpBank0)), 0);
+  EXPECT_EQ(*chip.read(address_of(Register::kOtpStatus)), 0);
+  EXPECT_EQ(*chip.read(address_of(Register::kOtpStatus)), reg::kOtpReady);
+  EXPECT_EQ(*chip.read(address_of(Register::kOtpStatus)), reg::kOtpReady);
+  EXPECT_EQ(*chip.read(address_of(Register::kOtpBank0)), 0x42);
 }
 
 TEST_F(SimulatedChip, CountsLightTimesGainTimesExposure) {
   chip.scene(Scene({1.0, 2.0, 0.5, 0.0, 3.0, 4.0}));
-  chip.write(reg::kChannelGain + 1, 6);  // 10.0
-  chip.write(reg::kDcEnable, 0x0F);      // not channel 5
-  expose(100);                           // 160 ms
+  chip.write(address_of(Register::kChannelGain + 1), 6);  // 10.0
+  chip.write(address_of(Register::kDcEnable), 0x0F);      // not channel 5
+  expose(100);                                            // 160 ms
   pass_ms(160);
   ASSERT_TRUE(result_waits());
   EXPECT_EQ(raw(0), 160u * 256);
@@ -149,13 +151,13 @@ TEST_F(SimulatedChip, ASingleShotIsReadyOnceAfterItsExposure) {
   pass_ms(1000);
   EXPECT_FALSE(result_waits());
   expose(10);
-  chip.write(reg::kMeasurement, reg::kStop);
+  chip.write(address_of(Register::kMeasurement), reg::kStop);
   pass_ms(1000);
   EXPECT_FALSE(result_waits());
 }
 
 TEST_F(SimulatedChip, SynchronousResultsFollowThePeriod) {
-  chip.write(reg::kInterMeasurementPeriod, 2);  // 41 ms
+  chip.write(address_of(Register::kInterMeasurementPeriod), 2);  // 41 ms
   expose(10, reg::kSynchronousAls);
   for (int i = 0; i < 3; ++i) {
     pass_ms(i == 0 ? 15.9 : 40.9);
