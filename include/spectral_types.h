@@ -5,13 +5,13 @@
 
 #include <cstdint>
 
-/// What Init, Uninit and Process act on.
+/// The kinds of client and measurement that Init, Uninit and Process take.
 enum Spectral_Mode_t : std::uint32_t {
   SPECTRAL_MODE_ALS = 1,      ///< Ambient light.
   SPECTRAL_MODE_FLICKER = 2,  ///< Lamp flicker.
 };
 
-/// An ambient-light measurement of the layered path; the values are VD6281_Mode_t's.
+/// The ALS modes of AmbientLightSensor; the values are those of VD6281_Mode_t.
 enum Spectral_AlsMode_t : std::uint32_t {
   SPECTRAL_ALS_SINGLE_SHOT = 0,  ///< One result.
   SPECTRAL_ALS_SYNCHRONOUS = 1,  ///< One result per sampling period, until it is stopped.
@@ -39,13 +39,13 @@ struct ALSResult {
   float gain;                ///< Smallest gain in use, as a factor (1.0 = unity).
   std::uint8_t valid;        ///< 1 when value, exposureMs and gain hold a fresh measurement.
 
-  /// Nanoseconds since boot. SpectralSensor tells the end of the capture; SpectralSensorDevice its
-  /// start, and 0 under auto-exposure.
+  /// Nanoseconds since boot: from SpectralSensor the end of the capture; from SpectralSensorDevice
+  /// its start, and 0 under auto-exposure.
   std::uint64_t timestamp;
 };
 
-/// One flicker measurement. A frequency of 0 is none; so is 0xFFFFFFFF, which is what the
-/// analysis's -1 for a missing tone becomes once it has been confirmed.
+/// One flicker measurement. A frequency of 0 means that there is none, and so does 0xFFFFFFFF: that
+/// is what the analysis's -1 for a missing tone becomes once it has been confirmed.
 struct FlickerResult {
   std::uint8_t channel;              ///< Channel mask measured.
   std::uint32_t freq_a;              ///< First mains flicker frequency, always 100 Hz.
@@ -63,17 +63,17 @@ struct FlickerResult {
                                      ///< capture; SpectralSensor, at the end.
 };
 
-/// One answer of the chip's own flicker detector, as FlickerSensor hands it on; the layout is that
+/// One answer of the chip's own flicker detector, as FlickerSensor returns it. The layout is that
 /// of VD6281_FlickerInfo_t.
 struct Spectral_FlickerInfo_t {
   std::uint8_t channel;     ///< Channel mask, the caller's.
-  std::uint16_t gain;       ///< Of that channel, 8.8 fixed point (256 = 1.0).
+  std::uint16_t gain;       ///< Gain of that channel, 8.8 (256 = 1.0).
   std::uint32_t frequency;  ///< Hz.
   std::uint8_t confidence;  ///< 0 no result yet, 1 measured, 100 measured with good quality.
   std::uint8_t valid;       ///< 1 when frequency holds a measurement.
 };
 
-/// What one Process call delivers.
+/// The output of one Process call.
 struct SpectralSensorOutput {
   ALSResult als;          ///< Filled by mode 1.
   FlickerResult flicker;  ///< Filled by mode 2.

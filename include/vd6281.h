@@ -36,19 +36,19 @@ enum VD6281_Color_Id_t : std::uint32_t {
   VD6281_COLOR_GREEN = 3,     ///< Green.
   VD6281_COLOR_BLUE = 4,      ///< Blue.
   VD6281_COLOR_INFRARED = 5,  ///< Infrared.
-  VD6281_COLOR_UNKNOWN = 6,   ///< Not told by the OTP.
+  VD6281_COLOR_UNKNOWN = 6,   ///< The OTP does not say.
 };
 
-/// What the flicker engine puts out; which of them a chip knows depends on its silicon cut.
+/// What the flicker engine puts out. Which types a chip has depends on its silicon cut.
 enum VD6281_FlickerOutputType_t : std::uint32_t {
   VD6281_FLICKER_OUTPUT_0 = 0,  ///< Every cut.
-  VD6281_FLICKER_OUTPUT_1 = 1,  ///< Every cut; what the services use.
+  VD6281_FLICKER_OUTPUT_1 = 1,  ///< Every cut; the services use this one.
   VD6281_FLICKER_OUTPUT_2 = 2,  ///< Not cut 2.0.
   VD6281_FLICKER_OUTPUT_3 = 3,  ///< Cut 2.2 only.
   VD6281_FLICKER_OUTPUT_4 = 4,  ///< Cut 2.2 only.
 };
 
-/// The secondary settings behind VD6281_SetControl and VD6281_GetControl.
+/// The secondary settings that VD6281_SetControl and VD6281_GetControl access, and their values.
 enum VD6281_Control_Id_t : std::uint32_t {
   VD6281_CONTROL_PEDESTAL_ENABLE = 0,     ///< 0 off, else on.
   VD6281_CONTROL_PEDESTAL_VALUE = 1,      ///< 0..7.
@@ -68,7 +68,7 @@ struct VD6281_Als_t {
 /// One answer of the chip's own flicker detector.
 struct VD6281_FlickerInfo_t {
   std::uint8_t channel;     ///< Channel mask the result belongs to.
-  std::uint16_t gain;       ///< Of that channel, 8.8 fixed point (256 = 1.0).
+  std::uint16_t gain;       ///< Gain of that channel, 8.8 (256 = 1.0).
   std::uint32_t frequency;  ///< Hz.
   std::uint8_t confidence;  ///< 0 no result yet, 1 measured, 100 measured with good quality.
   std::uint8_t valid;       ///< 1 when frequency holds a measurement.
@@ -79,7 +79,7 @@ struct VD6281_Transfer_t {
   std::uint32_t mode;      ///< 1 for a single register, 0 for a prepared list.
   std::uint32_t count;     ///< Registers to read, 1..32.
   std::uint32_t reg[32];   ///< Addresses, entries 0..count-1 used.
-  std::uint32_t data[32];  ///< Filled by the kernel: the low 8 bits of data[i] are register reg[i].
+  std::uint32_t data[32];  ///< From the kernel: the low 8 bits of data[i] are reg[i]'s value.
 };
 static_assert(sizeof(VD6281_Transfer_t) == 0x108, "the kernel's size of the block");
 static_assert(offsetof(VD6281_Transfer_t, count) == 4 && offsetof(VD6281_Transfer_t, reg) == 8 &&
@@ -127,25 +127,26 @@ struct VD6281_device {
   VD6281_Transfer_t single_xfer;      ///< Scratch of the single-register reads.
 
   /// @name The sensor-hub tunnel
-  /// One capture of its packet stream. The per-id tables are for ids 0..31.
+  /// The state of one capture of the tunnel's packet stream. The per-id tables have room for the
+  /// tunnel ids 0..31.
   /// @{
   std::FILE* tun_dev;               ///< The open tunnel, or null.
-  std::FILE* dump_fp[32];           ///< Per id, of the file dump.
-  std::FILE* unparsed_fp;           ///< Raw stream of the file dump.
+  std::FILE* dump_fp[32];           ///< Per id, the open dump file.
+  std::FILE* unparsed_fp;           ///< The dump file of the stream as it came.
   std::int32_t rd_len;              ///< Bytes of rd_buf not yet parsed, from buf_itr on.
   std::int32_t carry_len;           ///< Bytes carried over to the start of rd_buf by the last read.
   std::int32_t parsed_bytes;        ///< Bytes of all complete packets.
-  std::uint8_t rd_buf[16384];       ///< What was read.
+  std::uint8_t rd_buf[16384];       ///< The bytes that were read.
   std::uint8_t flicker_buf[16384];  ///< Flicker payloads of 160 bytes, back to back.
-  std::uint8_t magic[4];            ///< What a packet begins with, "EMOR".
+  std::uint8_t magic[4];            ///< The first bytes of a packet, "EMOR".
   std::uint8_t id_valid;            ///< 1 while the current packet's id is accepted.
   std::uint32_t last_seq[32];       ///< Per id, sequence number of the last packet.
   std::uint32_t seq_seen[32];       ///< Per id, 1 once a packet has come.
   std::uint32_t seq_lost[32];       ///< Per id, packets missing between those that came.
   std::uint64_t pkt_ts[32];         ///< Per id, time stamp of the last packet.
-  std::uint8_t* pkt_start;          ///< Of the packet being parsed.
+  std::uint8_t* pkt_start;          ///< Start of the packet being parsed.
   std::uint8_t* buf_itr;            ///< Parse position in rd_buf.
-  std::uint32_t hdr_size;           ///< Of a packet's header, 28.
+  std::uint32_t hdr_size;           ///< Size of a packet's header, 28.
   std::uint16_t cur_id;             ///< Tunnel id of the packet being parsed.
   std::uint16_t cur_aux;            ///< Its auxiliary word.
   /// @}
