@@ -31,9 +31,9 @@ constexpr RegisterWrite kAnalogueSetUp[] = {
 };
 
 int set_unity_gains(VD6281_device* dev) {
-  constexpr std::uint8_t code = spectral::gain_code(spectral::kUnityGainIndex);
+  constexpr std::uint8_t kCode = spectral::gain_code(spectral::kUnityGainIndex);
   for (int index = 0; index < spectral::kChannels; ++index) {
-    if (int status = write_register(dev, Register::kChannelGain + index, code)) return status;
+    if (int status = write_register(dev, Register::kChannelGain + index, kCode)) return status;
     dev->channel_gain[index] = spectral::kUnityGainQ8;
   }
   return SPECTRAL_OK;

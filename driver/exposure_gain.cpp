@@ -1,5 +1,4 @@
-// Exposure, gains and inter-measurement period on the chip; what it can do is in
-// exposure_gain_rule.h.
+// Setting and reading back the exposure, the gains and the inter-measurement period.
 
 #include "driver/channel.h"
 #include "driver/exposure_gain_rule.h"

@@ -11,16 +11,16 @@
 #include "platform/log.h"
 #include "spectral_status.h"
 
-namespace reg = spectral::reg;
 using spectral::DeviceTraits;
 using spectral::ErrorSum;
 using spectral::FacadeTraits;
 using spectral::GainChoice;
 using spectral::LayeredTraits;
-using spectral::Register;
 using spectral::SaturationCounter;
 
 namespace {
+
+// The texts of the messages in this file are fixed, with their doubled blanks.
 
 constexpr int kSaturationPolls = 13;
 constexpr std::chrono::milliseconds kProbeTime{1};

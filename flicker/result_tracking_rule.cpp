@@ -104,7 +104,7 @@ Ranking without_mains(Ranking ranking, const Mains& mains) {
   return ranking;
 }
 
-// Whether the mains found is to be reported.
+// Whether the mains frequency that was found is reported now; `track` counts its confirmations.
 bool confirm_mains(const Mains& mains, FlickerTrack* track) {
   const bool weak = static_cast<std::int32_t>(track->mains_strength) < kWeakMains;
   if (track->mains_count == kNotYetMeasured || weak || mains.hz == track->mains_freq ||

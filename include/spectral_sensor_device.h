@@ -442,9 +442,9 @@ class SPECTRAL_EXPORT SpectralSensorDevice {
 
   /// @}
   /// @name Internal operations
-  /// These take the record and make none of the checks above. An operation that accesses registers
-  /// returns 0, -4 without a device, or the own result of the ioctl or write that failed, besides
-  /// what it says itself.
+  /// These take the record and make none of the checks above; their names are fixed, also where
+  /// they are misspelt (opt_, nible). An operation that accesses registers returns 0, -4 without a
+  /// device, or the own result of the ioctl or write that failed, besides what it says itself.
   /// @{
 
   VD6281_device* get_device();         ///< Returns the record if it is free, else null.

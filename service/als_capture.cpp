@@ -16,7 +16,6 @@
 
 using spectral::DeviceTraits;
 using spectral::FacadeTraits;
-using spectral::has_channel;
 using spectral::kChannels;
 using spectral::LayeredTraits;
 
@@ -25,7 +24,8 @@ namespace {
 constexpr int kReadyPolls = 8192;
 constexpr std::chrono::milliseconds kPollPause{1};
 
-// The flows of both facades. Each turns a driver's status into 0 or -22 and logs a failure.
+// The flows of both facades. Each turns a driver's status into 0 or -22 and logs a failure. The
+// texts of the messages are fixed, with the doubled blanks in two of them.
 
 template <typename Facade>
 int start(Facade& facade) {

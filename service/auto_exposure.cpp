@@ -77,6 +77,7 @@ int propose(const Facade& facade, const ALSResult* result, ALSConfig* next, bool
 template <typename Facade>
 float look_up(const Facade&, float target, int low, int high) {
   if (spectral::is_gain_range(low, high)) return spectral::look_up_gain(target, low, high);
+  // "Wroing" is part of the fixed text.
   SPECTRAL_LOG_ERROR(FacadeTraits<Facade>::kLogTag, "%s: Wroing input index, return min gain",
                      "LookUpGain");
   return spectral::kMinAlsGain;

@@ -109,7 +109,7 @@ int switch_power(SpectralSensor& sensor, bool on) {
 
 }  // namespace
 
-// "Pedstal", "pedstal" and the two blanks in the messages below are fixed.
+// The texts of the messages below are fixed, with "Pedstal", "pedstal" and a doubled blank.
 
 int DeviceTraits::bring_up(Facade& facade) {
   int status = facade.VD6281_Enable(true);
