@@ -1,4 +1,4 @@
-// One FlickerProcess next to a bare real transform of the same samples.
+// Measures one call of FlickerProcess next to a bare real Fourier transform of the same samples.
 
 #include <benchmark/benchmark.h>
 #include <kiss_fftr.h>
@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kSamples = 2000;
 
-// A lamp on 50 Hz mains with noise, as the sensor gives it.
+// A lamp on 50 Hz mains with noise, as the sensor samples it.
 std::vector<float> lamp() {
   std::vector<float> samples(kSamples);
   std::mt19937_64 random(1);

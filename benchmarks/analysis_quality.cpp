@@ -1,4 +1,5 @@
-// How well the flicker analysis finds tones, as a table. Exit status 1 where a mark is missed.
+// Prints a table of how well the flicker analysis finds tones. The exit status is 1 if a row misses
+// the share of good trials that is wanted.
 //   analysis_quality [trials]
 
 #include <cmath>
@@ -63,7 +64,7 @@ class Bench {
     return found;
   }
 
-  // Prints the share of trials that are good next to the share that is wanted.
+  // Runs the trials, and prints the share of good ones next to the share that is wanted.
   void row(const char* what, double wanted, const std::function<bool()>& trial) {
     int good = 0;
     for (int i = 0; i < m_trials; ++i) good += trial() ? 1 : 0;

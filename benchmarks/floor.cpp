@@ -77,7 +77,8 @@ void Floor::take(const Event& event, Waits waits) {
     std::sscanf(event.text.c_str(), " %x/%u", &step.words[1], &step.words[3]);
     step.words[2] = 1;
   } else if (event.call == Call::kRead) {
-    // At its end a file gives nothing to whoever asks for a byte.
+    // A read that returned nothing was at the end of the file, where a read of one byte returns
+    // nothing as well.
     step.event.text.resize(event.result > 0 ? static_cast<std::size_t>(event.result) : 1);
   }
   m_steps.push_back(step);
@@ -87,7 +88,8 @@ void Floor::run() {
   bool tunnel_read = false;
   for (Step& step : m_steps) {
     const bool reads_tunnel = step.event.call == Call::kRead && step.event.node == Node::kTunnel;
-    if (reads_tunnel && !tunnel_read) read_tunnel();  // once: stdio's calls are its own
+    // One pass stands for all recorded reads of the tunnel, since stdio splits them as it likes.
+    if (reads_tunnel && !tunnel_read) read_tunnel();
     tunnel_read = tunnel_read || reads_tunnel;
     if (!reads_tunnel) issue(&step);
   }
@@ -155,7 +157,7 @@ void Floor::request(Step* step, int fd) {
   if (ioctl(fd, spectral::kReadRegistersRequest, &step->block) != 0) give_up("ioctl");
 }
 
-// A second of payloads with all that comes between them, in the pieces that a reader takes.
+// Reads one second of flicker payloads and the packets between them, as the library reads them.
 void Floor::read_tunnel() {
   static unsigned char bytes[2 * spectral::kTunnelReadSize];
   std::size_t payloads = 0;

@@ -1,7 +1,7 @@
 #pragma once
 
-// The least that something could cost: its system calls, issued from a bare loop with everything
-// prepared beforehand, on the same simulated nodes.
+// The floor of an operation, which is the least that it could cost: its system calls alone, issued
+// from a bare loop on the same simulated nodes, with everything prepared beforehand.
 
 #include <array>
 #include <condition_variable>
@@ -16,11 +16,11 @@
 
 namespace bench {
 
-// How the calls wait between them.
+// How a floor waits between its calls.
 enum class Waits {
   kNone,
-  kOnce,     // for the exposure, before the first look at the status
-  kPolling,  // a millisecond before each look at the status but the first
+  kOnce,     // for the exposure, before the first read of the status
+  kPolling,  // a millisecond before every read of the status but the first
 };
 
 class Floor {
@@ -32,8 +32,8 @@ class Floor {
  private:
   struct Step {
     spectralsim::Event event;
-    VD6281_Transfer_t block = {};  // of a register read
-    std::uint32_t words[4] = {};   // of a request to the tunnel
+    VD6281_Transfer_t block = {};  // argument of a register read
+    std::uint32_t words[4] = {};   // argument of a tunnel request
     bool sleeps = false;
     bool waits = false;
   };
@@ -47,8 +47,8 @@ class Floor {
 
   std::vector<Step> m_steps;
   std::int64_t m_exposure_ms;
-  bool m_looked = false;                       // at the status, while taking steps
-  std::array<int, 256> m_fd_of_recorded = {};  // of what is opened here; else 0
+  bool m_looked = false;                       // a step that reads the status has been taken
+  std::array<int, 256> m_fd_of_recorded = {};  // by recorded descriptor, the one opened here or 0
   std::FILE* m_tunnel = nullptr;
   std::mutex m_mutex;
   std::condition_variable m_wake;

@@ -1,5 +1,5 @@
-// Gathering one second of the sensor hub's packets next to reading the same bytes with fread and
-// copying the payloads out.
+// Measures the gathering of one second of the sensor hub's packets, next to reading the same bytes
+// with fread and copying the payloads out.
 
 #include <benchmark/benchmark.h>
 
@@ -50,7 +50,8 @@ void verify(const void* copied) {
   if (std::memcmp(copied, all.data(), all.size()) != 0) give_up("other payloads");
 }
 
-// The bytes as a file, which stdio reads by system calls as it reads the tunnel; the same for both.
+// The packets in a temporary file, which stdio reads by system calls, as it reads the tunnel. The
+// library and its floor read the same file.
 class Stream {
  public:
   Stream() : m_file(std::tmpfile()) {

@@ -1,4 +1,4 @@
-// A library of one function, whose loading is the floor of loading any that needs the same
+// A library of one function. The time to load it is the floor for any library that needs the same
 // libraries.
 
 extern "C" __attribute__((visibility("default"))) int load_floor() { return 0; }

@@ -1,5 +1,6 @@
-// How long loading each of some libraries takes, with all its symbols bound: how often, and their
-// paths. They take turns. Prints the medians in microseconds, in one line.
+// Measures how long it takes to load each of several libraries with all its symbols bound. The
+// arguments are how often to load each library, and the paths of the libraries, which take turns.
+// Prints the median of each in microseconds, all on one line.
 
 #include <dlfcn.h>
 

@@ -1,5 +1,6 @@
-// Prints the library's costs; exit status 1 where it issues or allocates more than it must,
-// whatever the times. Or with "--run SESSION TIMES" runs one session for an instrument.
+// Prints what the library costs. The exit status is 1 if the library issues or allocates more than
+// it must, or if a benchmark fails; the times do not matter. With "--run SESSION TIMES" the program
+// only runs one session, for a profiler.
 
 #include <benchmark/benchmark.h>
 

@@ -1,4 +1,4 @@
-// The library's own arithmetic, without a call on the phone.
+// Measures the library's arithmetic, which makes no calls on the phone.
 
 #include <benchmark/benchmark.h>
 
@@ -9,7 +9,7 @@ namespace {
 void process_result(benchmark::State& state) {
   SpectralSensorDevice sensor;
   FlickerResult result = {};
-  // Two lamps in turn, so that there is a candidate to confirm all the time.
+  // Two lamps alternate, so that the tracking has changes to confirm all the time.
   float frequencies[2][3] = {{100.0f, 200.0f, 270.0f}, {120.0f, 240.0f, 333.0f}};
   float amplitudes[3] = {9000.0f, 800.0f, 4000.0f};
   int turn = 0;

@@ -24,9 +24,9 @@ using spectralsim::Phone;
 constexpr int kWarmCaptures = 10;
 constexpr unsigned int kExposureUs = 16000;
 constexpr int kReadOutTimeMs = 12;
-constexpr double kMostTimes = 1.10;  // of the floor's CPU time
+constexpr double kMostTimes = 1.10;  // the mark: CPU time as a multiple of the floor's
 
-// A sensor in an office whose auto-exposure has settled, with a client of both kinds.
+// A sensor in an office, with one client of each mode if `clients` is set.
 class WarmSensor {
  public:
   explicit WarmSensor(bool clients) : m_sensor(SpectralSensorDevice::Create()), m_clients(clients) {
@@ -56,11 +56,11 @@ class WarmSensor {
   SpectralSensorOutput m_output = {};
 };
 
-// The calls that an operation cannot do without.
+// The numbers of calls that an operation cannot do without.
 struct Minimum {
   int writes;
   int register_reads;
-  int others;  // opens, closes, reads, requests to the tunnel; not the reads of its stream
+  int others;  // opens, closes, reads and tunnel requests; not the reads of its stream
 };
 
 struct Session {
@@ -72,20 +72,24 @@ struct Session {
   void (*run)(WarmSensor* sensor);
 };
 
-// Exposure in two registers, four gains, channels on, start; acknowledge in two, stop, channels
-// off.
+// The writes of an ALS capture: exposure (two registers), four gains, channels on, start;
+// acknowledge (two), stop, channels off.
 constexpr int kAlsWrites = 2 + 4 + 1 + 1 + 2 + 1 + 1;
-// The status until there is a result, each millisecond of the exposure, and the counts at once.
+// The register reads of a polled ALS capture: the status in every millisecond of the exposure, the
+// status when the result is ready, and all counts in one read.
 constexpr int kAlsPolledReads = kExposureUs / 1000 + 1 + 1;
-// Power; reset in two, OTP; trims and configuration, pedestal on, its value.
-// And down again: reset in two, OTP, interrupt; power.
+// The writes of a bring-up: power; reset (two), OTP load, trims and configuration; pedestal on,
+// pedestal value.
 constexpr int kBringUpWrites = 1 + 2 + 1 + 21 + 1 + 1;
+// The writes of a tear-down: reset (two), OTP load, the control of cut 2.2; power.
 constexpr int kTearDownWrites = 2 + 1 + 1 + 1;
 constexpr int kIdentityReads = 2;
-constexpr int kReadyReads = 2;  // until the OTP is loaded
+constexpr int kReadyReads = 2;  // of the OTP status, until the OTP is loaded
 constexpr int kOtpReads = 16;
 constexpr int kPedestalReads = 1;
-// Of one trial of the gain search: the gain; AC channel, mode, output, detector, run.
+// The writes of one trial of the gain search: the gain; six to start (AC enable, AC mode, two
+// settings, the control of cut 2.2, run) and six to stop. The AC mode and the run bit are read
+// before each change.
 constexpr int kTrialWrites = 1 + 6 + 6;
 constexpr int kTrialReads = 2 + 2;
 constexpr int kPollReads = 2;  // of the saturation counter
@@ -112,7 +116,7 @@ const Session kSessions[] = {
     {"Process(2)",
      true,
      Waits::kNone,
-     // Five trials, two of which saturate at the first look; then the start and stop of the
+     // Five trials, two of which saturate at the first poll; then the start and stop of the
      // capture.
      {6 * kTrialWrites, 6 * kTrialReads + (3 * kFullPolls + 2) * kPollReads, 1 + 1 + 6},
      [](WarmSensor* sensor) { sensor->process(SPECTRAL_MODE_FLICKER); },
@@ -147,7 +151,7 @@ std::unique_ptr<Floor> floor_of(const Session& session, WarmSensor* sensor) {
                                  exposure_ms + kReadOutTimeMs);
 }
 
-// Neither the log nor stdio's own reads of the tunnel.
+// Returns whether an event counts. Log lines and stdio's own reads of the tunnel do not.
 bool counts(const Event& event) {
   const bool reads_tunnel =
       event.call == spectralsim::Call::kRead && event.node == spectralsim::Node::kTunnel;
@@ -173,7 +177,7 @@ std::string text_of(const Minimum& calls) {
          std::to_string(calls.others);
 }
 
-// Whether the floor issues what the library does.
+// Returns whether the floor issues the same calls as the library.
 bool is_same(const spectralsim::Trace& library, const spectralsim::Trace& floor) {
   const auto lines = [](const spectralsim::Trace& trace) {
     std::vector<std::string> result;
@@ -188,7 +192,8 @@ bool is_same(const spectralsim::Trace& library, const spectralsim::Trace& floor)
   return lines(library) == lines(floor);
 }
 
-// Prints what the library and its floor allocate. Returns whether the library takes no more.
+// Prints how often the library and its floor allocate memory. Returns whether the library does so
+// no more often.
 bool print_allocations(const Session& session, WarmSensor* sensor, Floor* floor) {
   sensor->phone().keep_trace(false);
   const long before = heap::allocations();

@@ -2,20 +2,21 @@
 
 #include <string>
 
-// What the library's operations cost on the simulated phone, next to their floors.
+// The costs of the library's operations on the simulated phone, next to their floors.
 
 namespace bench {
 
 class Table;
 
-// Prints the system calls and the allocations of each. Returns whether they are what they must be.
+// Prints the numbers of system calls and allocations of each operation. Returns whether they are as
+// low as they must be.
 bool print_counts();
 
-// With a mark for each.
+// Registers the benchmarks of every operation, and sets its mark in `table`.
 void register_sessions(Table* table);
 
-// Runs one of the sessions so often, for an instrument that counts: its name as in the table,
-// or that with "/floor" behind it. Returns false for a name that there is not.
+// Runs one of the sessions `times` times, for a profiler that counts instructions. `name` is as in
+// the table; with "/floor" appended it runs the floor. Returns false for an unknown name.
 bool run_session(const std::string& name, int times);
 
 }  // namespace bench

@@ -1,6 +1,6 @@
 #pragma once
 
-// The table that the benchmarks are shown as: each figure next to its floor of the same run.
+// Prints the benchmarks as a table, each figure next to its floor from the same run.
 
 #include <benchmark/benchmark.h>
 
@@ -10,13 +10,14 @@
 
 namespace bench {
 
-// Benchmarks come as "FIGURE/library" and, where there is one, "FIGURE/floor"; of each the least
-// CPU time counts that a repetition took: what is more is the machine's other work.
+// The benchmarks are named "FIGURE/library" and, for a figure that has a floor, "FIGURE/floor". The
+// least CPU time of all repetitions counts, because any excess is due to other work of the machine.
 class Table : public benchmark::BenchmarkReporter {
  public:
-  // How many times its floor a figure should cost at most.
+  // Sets a mark: the figure should cost at most `times` as much as its floor.
   void at_most(const std::string& figure, double times) { m_marks[figure] = times; }
-  bool has_failed() const { return m_has_failed; }  // a benchmark, not a mark
+  // Returns whether a benchmark failed; a missed mark is not a failure.
+  bool has_failed() const { return m_has_failed; }
 
   bool ReportContext(const Context& context) override;
   void ReportRuns(const std::vector<Run>& runs) override;

@@ -1,7 +1,8 @@
-// The analysis library: any second of samples.
+// Fuzzes the analysis library with any second of samples.
 //
-// An input is up to eight tones (a count, then a frequency of 2 bytes and an amplitude of 4 each),
-// the amplitude of noise (4 bytes), and the bytes of samples that take the place of the first ones.
+// An input is the number of tones, up to eight (1 byte), the frequency of each in sixteenths of a
+// hertz (2 bytes) and its amplitude (a float of 4 bytes), the amplitude of the noise (4 bytes), and
+// samples (4 bytes each) that replace the first ones.
 
 #include <algorithm>
 #include <cmath>
@@ -60,9 +61,9 @@ void check(const Tones& tones) {
       require(tones.power[i] == kUntouched, "a place without a tone is left alone");
       continue;
     }
-    require(i == 0 || tones.hz[i - 1] != kUntouched, "tones come first");
+    require(i == 0 || tones.hz[i - 1] != kUntouched, "no tone follows a place without one");
     require(tones.hz[i] >= 50.0f && tones.hz[i] <= 1000.0f, "a tone lies within 50..1000 Hz");
-    require(tones.hz[i] == std::round(tones.hz[i]), "a frequency is whole");
+    require(tones.hz[i] == std::round(tones.hz[i]), "a frequency is a whole number of hertz");
     require(std::isfinite(tones.power[i]) && tones.power[i] > 0.0f, "a power is above 0");
     require(i == 0 || tones.power[i] <= tones.power[i - 1], "the strongest comes first");
   }
@@ -81,13 +82,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   FlickerProcess(used, samples.data(), first.hz, first.power);
   check(first);
   FlickerProcess(used, samples.data(), again.hz, again.power);
-  require(is_same(first, again), "the same samples, the same tones");
+  require(is_same(first, again), "the same samples give the same tones");
   again = {};
   FlickerProcess(fresh, samples.data(), again.hz, again.power);
-  require(is_same(first, again), "and from any instance");
+  require(is_same(first, again), "another instance gives the same tones");
   FlickerProcess(nullptr, samples.data(), again.hz, again.power);
   FlickerProcess(used, nullptr, again.hz, again.power);
-  require(is_same(first, again), "nothing happens for a null argument");
+  require(is_same(first, again), "a null argument changes nothing");
   FlickerDestroy(used);
   FlickerDestroy(fresh);
   FlickerDestroy(nullptr);

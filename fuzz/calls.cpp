@@ -1,10 +1,12 @@
-// Sequences of calls of every public class with any arguments that its header allows, in any order
-// and state, on a phone whose accesses fail.
+// Fuzzes sequences of calls to all public classes, with any arguments that the headers allow, in
+// any order and state, on a phone whose accesses fail.
 //
-// An input is the cut, the detector's seven registers, a byte of what the phone lacks, a block of
-// faults (support.h), and the calls: each a number of the table below, and its arguments. An
-// operation that takes several in one order (a capture by hand) is one call here; the lower-case
-// operations on the record make no checks, and only the pure ones are called.
+// An input is the cut, the detector's seven registers, a byte of flags that describe the phone
+// (furnish), a block of faults (FaultScript in support.h), and the calls. Each call is a byte that
+// selects a table of operations (kKinds), a byte that selects an operation of that table, and the
+// operation's arguments. Operations that must be called in a fixed order, such as those of a
+// capture through the tunnel, are one operation here. The lower-case operations of the driver make
+// no checks, so only those that are safe in every state are called.
 
 #include <array>
 #include <tuple>
@@ -25,7 +27,8 @@ namespace {
 
 constexpr int kMostCalls = 48;
 
-// One input's caller: its arguments, and records for what comes out.
+// The caller that an input describes. It draws the arguments of the calls, and owns the records
+// that they read and fill.
 class Caller {
  public:
   Caller(Bench* on, Input* input) : bench(on), in(input) {}
@@ -38,13 +41,14 @@ class Caller {
     if constexpr (std::is_same_v<Class, FlickerSensor>) return &flicker;
   }
 
-  // A record of this type, the same one every time.
+  // Returns the eight records of this type, which all calls share.
   template <typename Value>
   Value* record() {
     return std::get<std::array<Value, 8>>(m_records).data();
   }
 
-  // An argument: any value of its type, small ones more often; a record, its address or null.
+  // Draws an argument: any value of its type, small ones more often; for a reference or a pointer,
+  // the shared record or, where kNullToo allows it, null.
   template <typename Argument, bool kNullToo>
   Argument draw() {
     if constexpr (std::is_reference_v<Argument>) {
@@ -82,12 +86,12 @@ class Caller {
 template <bool kNullToo, typename Class, typename Result, typename... Arguments>
 void invoke(Caller* c, Result (Class::*method)(Arguments...)) {
   Class* object = c->object<Class>();
-  // In braces they are drawn in their order, by any compiler.
+  // The braces make every compiler draw the arguments from left to right.
   const std::tuple<Arguments...> arguments{c->draw<Arguments, kNullToo>()...};
   std::apply([&](Arguments... each) { static_cast<void>((object->*method)(each...)); }, arguments);
 }
 
-// An operation on arguments of its types; null for its pointers only where it takes that.
+// Calls an operation with arguments drawn by their types. With kNullToo its pointers may be null.
 template <auto kMethod, bool kNullToo = true>
 void call(Caller* c) {
   invoke<kNullToo>(c, kMethod);
@@ -98,18 +102,20 @@ void process(Caller* c) {
   auto* output = c->draw<SpectralSensorOutput*, true>();
   const int mode = c->mode();
   const int status = c->object<Service>()->Process(mode, output);
-  require(status == 0 || status == -22, "Process gives 0 or -22");
+  require(status == 0 || status == -22, "Process returns 0 or -22");
   if (output == nullptr) return;
-  require(status == 0 || mode != SPECTRAL_MODE_FLICKER, "it gives 0 for flicker");
-  // A failed one gives what was there before, which may be any that CorrectALSRAW was given, and a
-  // caller's readings may make any factor.
+  require(status == 0 || mode != SPECTRAL_MODE_FLICKER, "Process returns 0 for flicker");
+  // An ALS result is not checked after a failed capture, which returns the previous result:
+  // CorrectALSRAW may have set that to anything. Nor is it checked on a calibrated unit, whose
+  // factors may have been computed from any readings of a caller.
   const bool measured = status == 0 && c->object<Service>()->m_calibrationValid == 0;
   if (mode == SPECTRAL_MODE_ALS && measured) fuzz::check(output->als);
-  // Nor are the frequencies looked at: the tracking may carry those that a caller gave.
+  // The frequencies of a flicker result are not checked either, because the tracking may carry some
+  // that a caller has passed in.
   if (mode == SPECTRAL_MODE_FLICKER) fuzz::check(output->flicker);
 }
 
-// Fills the records that operations take in.
+// Fills the records that operations read.
 void fill_records(Caller* c) {
   auto* config = c->record<ALSConfig>();
   config->exposureTime = c->draw<unsigned int, false>();
@@ -127,7 +133,7 @@ void fill_records(Caller* c) {
   for (int n = 0; n < 8; ++n) c->record<float>()[n] = c->in->take<float>();
 }
 
-// The fields for which there is no operation.
+// Sets the public fields that a caller may write directly.
 template <typename Service>
 void set_fields(Caller* c) {
   auto* service = c->object<Service>();
@@ -190,7 +196,7 @@ void start_over(Caller* c) {
   c->als.m_device = c->flicker.m_device = c->bench->device;
 }
 
-// From another thread, in the middle of a wait.
+// Sets an enable flag some milliseconds later, in the middle of a wait, as another thread would.
 template <typename Service>
 void set_flag_later(Caller* c) {
   const int which = c->mode();
@@ -223,7 +229,7 @@ constexpr Operation kWithArgumentsOfTheirOwn[] = {process<Device>,
                                                   detect,
                                                   start_over};
 
-// One of the operations, by the next byte.
+// Calls the operation that the next byte selects.
 template <std::size_t kCount>
 void one_of(const Operation (&operations)[kCount], Caller* c) {
   operations[c->in->byte() % kCount](c);

@@ -1,10 +1,10 @@
-// The register file as the chip answers it: any bytes from any register, with garbage in the bits
-// above them, and any access failing or coming short, through bring-up, ambient light, the detector
-// and the public reads.
+// Fuzzes the chip's answers: any byte from any register, with garbage in the bits above it, and any
+// access failing or coming short, through bring-up, ambient light, flicker, the chip's detector and
+// the public reads.
 //
-// An input is a byte of choices, a block of faults (support.h), a block that begins with the
-// answers to the OTP's registers, and the answers to all other reads in their order; the chip
-// itself answers where they have ended.
+// An input is a byte of choices, a block of faults (FaultScript in support.h), a block whose first
+// 16 bytes are the OTP's registers, and the answers to all other reads in their order. When these
+// have run out, the simulated chip answers the reads itself, except for those of the detector.
 
 #include "driver/register_map.h"
 #include "fuzz/support.h"
@@ -20,12 +20,12 @@ using spectral::Register;
 namespace {
 
 enum Choice : std::uint8_t {
-  kCut = 0x03,  // 0..2, and 3 for identity and OTP status from the input too
+  kCut = 0x03,  // 0..2; 3 takes identity and OTP status from the input too
   kLayered = 0x04,
   kFlickerFirst = 0x10,
 };
 
-constexpr std::uint32_t kGarbage = 0xA5A5A500;  // only the low byte is the register
+constexpr std::uint32_t kGarbage = 0xA5A5A500;  // in the bits above the register's byte
 
 class Answers {
  public:
@@ -49,7 +49,8 @@ class Answers {
  private:
   static std::uint32_t garble(char byte) { return kGarbage | static_cast<std::uint8_t>(byte); }
 
-  // The detector says that it is ready, which would take the chip thousands of polls.
+  // Lets the detector report a complete measurement at once. The simulated chip would leave it
+  // incomplete for thousands of polls.
   static std::optional<std::uint32_t> detector(std::uint8_t address) {
     const int offset = address - address_of(Register::kFlickerDetector);
     if (offset < 0 || offset >= reg::kFlickerDetectorRegisters) return std::nullopt;
@@ -68,7 +69,7 @@ void measure_light(Service* service) {
   for (int i = 0; i < 4; ++i) {
     service->m_alsAeEnable = i == 2 ? 0 : 1;
     const int status = service->Process(SPECTRAL_MODE_ALS, &output);
-    require(status == 0 || status == -22, "a measurement of light gives 0 or -22");
+    require(status == 0 || status == -22, "an ambient-light measurement returns 0 or -22");
     fuzz::check(output.als);
     Bench::check_record();
   }
@@ -85,7 +86,7 @@ void measure_flicker(Service* service) {
   service->StopExpFLK();
   Bench::check_record();
   SpectralSensorOutput output = {};
-  require(service->Process(SPECTRAL_MODE_FLICKER, &output) == 0, "a flicker measurement gives 0");
+  require(service->Process(SPECTRAL_MODE_FLICKER, &output) == 0, "a flicker measurement returns 0");
   fuzz::check(output.flicker);
   fuzz::check_frequencies(output.flicker);
 }
@@ -103,7 +104,8 @@ void read_everything(SpectralSensorDevice* device) {
   for (unsigned int channel = 1; channel <= 0x20; channel <<= 1) {
     VD6281_Color_Id_t color = VD6281_COLOR_UNKNOWN;
     device->VD6281_GetChannelColor(static_cast<VD6281_Channel_Id_t>(channel), &color);
-    require(color >= VD6281_COLOR_CLEAR && color <= VD6281_COLOR_UNKNOWN, "a color is a color");
+    require(color >= VD6281_COLOR_CLEAR && color <= VD6281_COLOR_UNKNOWN,
+            "a color is one of VD6281_Color_Id_t");
   }
   unsigned char bytes[40];
   device->VD6281_RdMultipleBytes(0xF0, bytes, sizeof bytes);
@@ -112,15 +114,15 @@ void read_everything(SpectralSensorDevice* device) {
 
   VD6281_FlickerInfo_t info = {};
   if (device->VD6281_GetFlickerFrequency_Ref(&info, 0) == 0) {
-    require(info.frequency <= 255 * 16000, "a frequency is of the counters");
-    require(info.confidence <= 1 || info.confidence == 100, "there are three confidences");
-    require(info.valid == (info.confidence != 0), "an answer is valid");
+    require(info.frequency <= 255 * 16000, "a frequency is one that the counters can give");
+    require(info.confidence <= 1 || info.confidence == 100, "a confidence is 0, 1 or 100");
+    require(info.valid == (info.confidence != 0), "valid and confidence agree");
   }
   VD6281_Als_t values = {};
   unsigned char ready = 0;
   device->VD6281_Start(VD6281_MODE_ALS_SYNCHRONOUS, 0x3F);
   if (device->VD6281_GetAlsValues_Ref(0x3F, &values, &ready) == 0 && ready != 0) {
-    for (const std::uint32_t count : values.count) require(count <= 0xFFFFFF, "24 bits a count");
+    for (const std::uint32_t count : values.count) require(count <= 0xFFFFFF, "24-bit count");
   }
   device->VD6281_Stop(VD6281_MODE_ALS_SYNCHRONOUS);
 }

@@ -1,5 +1,5 @@
-// Runs a fuzz target on files, without a fuzzer: a seed or a found input is a test so. Each
-// argument is a file or a folder of them.
+// Runs a fuzz target on files without a fuzzer, so that seeds and the inputs that a fuzzer has
+// found serve as tests. Each argument is a file or a folder of files.
 
 #include <algorithm>
 #include <cstdio>
@@ -27,7 +27,7 @@ std::vector<std::string> files_in(const std::string& place) {
 
 bool run(const std::string& path) {
   std::printf("%s\n", path.c_str());
-  std::fflush(stdout);  // the last one printed is the one that ended the program
+  std::fflush(stdout);  // after a crash the last path printed is the culprit
   std::ifstream file(path, std::ios::binary);
   const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
   if (!file.is_open()) return false;

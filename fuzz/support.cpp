@@ -26,7 +26,7 @@ constexpr unsigned int kWatchSeconds = 10;
 constexpr std::uint32_t kNoTone = 0xFFFFFFFF;
 constexpr std::uint32_t kLowestHz = 50;
 constexpr std::uint32_t kHighestHz = 1000;
-constexpr std::uint32_t kHighestStrength = 200000;  // three full-scale tones, clipped ones included
+constexpr std::uint32_t kHighestStrength = 200000;  // above three clipped full-scale tones
 
 bool is_frequency(std::uint32_t hz) {
   return hz == 0 || hz == kNoTone || (hz >= kLowestHz && hz <= kHighestHz);
@@ -72,7 +72,7 @@ Bench::Bench() {
 
 Bench::~Bench() {
   phone.heal();
-  create();  // whoever is without an instance cannot switch off
+  create();  // without an instance nothing can switch the power off
   destroy();
   require(phone.open_descriptors() == 0, "every descriptor is closed at the end");
   require(!phone.chip().powered(), "the power is off at the end");
@@ -89,7 +89,7 @@ void Bench::create() {
   device = SpectralSensorDevice::Create();
 }
 
-// Destroy does not unload the analysis library.
+// Unloads the analysis library first, because Destroy does not.
 void Bench::destroy() {
   if (device->m_flickerLibHandle != nullptr) device->UnloadFlickerLibrary();
   if (layered->m_flickerLibHandle != nullptr) layered->UnloadFlickerLibrary();
@@ -100,15 +100,15 @@ void Bench::destroy() {
 
 void Bench::check_record() {
   const VD6281_device& dev = record();
-  require(dev.state <= VD6281_STATE_ALS_AND_FLICKER, "the state is a state");
+  require(dev.state <= VD6281_STATE_ALS_AND_FLICKER, "the state is one of VD6281_State_t");
   if (dev.state == VD6281_STATE_NONE) return;
   const bool als = dev.state == VD6281_STATE_ALS || dev.state == VD6281_STATE_ALS_AND_FLICKER;
   const bool flicker = dev.state >= VD6281_STATE_FLICKER;
   require(!als || dev.als_channels != 0, "a running ALS has channels");
   require(!flicker || dev.flicker_channels != 0, "a running flicker measurement has a channel");
-  require(dev.als_channels <= spectral::kAllChannels, "only six channels run");
+  require(dev.als_channels <= spectral::kAllChannels, "no ALS channel is beyond the six");
   require((dev.als_channels & dev.flicker_channels) == 0, "no channel is used twice");
-  require((dev.dc_chan_en & ~spectral::kDcChannels) == 0, "five channels have a DC enable");
+  require((dev.dc_chan_en & ~spectral::kDcChannels) == 0, "only five channels have a DC enable");
   require(std::all_of(std::begin(dev.channel_gain), std::end(dev.channel_gain), is_chip_gain),
           "every gain in force is one of the chip's");
   require(dev.exposure % spectral::kExposureStepUs == 0 && dev.exposure > 0 &&
@@ -118,27 +118,29 @@ void Bench::check_record() {
               std::strlen(dev.uid) >= 14 && std::strlen(dev.uid) <= 15,
           "the id is 14 or 15 hexadecimal digits");
   require(dev.otp_osc_trim < 512 && dev.otp_osc2_trim < 16 && dev.otp_color_map < 8,
-          "the OTP's fields have their widths");
-  require(dev.tun_dev == nullptr && dev.unparsed_fp == nullptr, "no capture's file stays open");
+          "the OTP's fields fit their widths");
+  require(dev.tun_dev == nullptr && dev.unparsed_fp == nullptr, "no file of a capture stays open");
 }
 
 void check(const ALSResult& result) {
   require(result.valid <= 1, "valid is a flag");
   if (result.valid == 0) return;
-  require((result.channelMask & ~spectral::kAllChannels) == 0, "six channels are delivered");
+  require((result.channelMask & ~spectral::kAllChannels) == 0,
+          "no channel beyond the six is delivered");
   require(std::all_of(std::begin(result.value), std::end(result.value),
                       [](float value) { return std::isfinite(value) && value >= 0.0f; }),
-          "every value is a number from 0 on");
+          "every value is finite and not negative");
   require(std::isfinite(result.gain) && result.gain >= 0.0f && result.gain <= 100.0f,
           "the gain is within 0..100");
 }
 
 void check(const FlickerResult& result) {
-  require(result.valid == 1 && result.freq_a == 100 && result.freq_b == 120, "the mains are named");
+  require(result.valid == 1 && result.freq_a == 100 && result.freq_b == 120,
+          "a result is valid and names both mains");
   require(std::max({result.strength_a, result.strength_b, result.dominant_strength,
                     result.secondary_strength}) < kHighestStrength,
-          "a strength is one of 16-bit samples");
-  require(std::isfinite(result.gain) && result.gain >= 0.0f, "the gain is a number from 0 on");
+          "a strength is one that 16-bit samples can give");
+  require(std::isfinite(result.gain) && result.gain >= 0.0f, "the gain is finite and not negative");
 }
 
 void check_frequencies(const FlickerResult& result) {
@@ -148,9 +150,10 @@ void check_frequencies(const FlickerResult& result) {
 
 }  // namespace fuzz
 
-// Before libFuzzer looks at its arguments: its watch and its memory limit use clocks and sleeps,
-// which are the phone's here. Watch and a limit on each allocation stand in for them. Standard
-// input is closed to writing, as for a camera process.
+// Runs before libFuzzer reads its arguments. libFuzzer's time limit and memory limit are switched
+// off, because they use clocks and sleeps, which are those of the simulated phone here. The class
+// Watch and a limit on each allocation replace them. Standard input is reopened so that it cannot
+// be written, as in a camera process.
 extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments);
 extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments) {
   static char no_watch[] = "-timeout=0";

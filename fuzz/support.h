@@ -1,7 +1,7 @@
 #pragma once
 
-// What the fuzz targets share: taking values from an input, the phone that every input starts on,
-// and what must hold at its end.
+// What the fuzz targets share: taking values from an input, the phone on which every input starts,
+// and the checks of what must hold.
 
 #include <algorithm>
 #include <cstddef>
@@ -17,10 +17,10 @@
 
 namespace fuzz {
 
-// Ends the program where something does not hold, which both a fuzzer and a test take for a crash.
+// Aborts the program unless `holds`; both a fuzzer and a test see that as a crash.
 void require(bool holds, const char* what);
 
-// An input's bytes as values, zeros behind its end.
+// Takes the bytes of an input as values, and zeros behind its end.
 class Input {
  public:
   Input(const std::uint8_t* bytes, std::size_t size) : m_at(bytes), m_end(bytes + size) {}
@@ -45,7 +45,7 @@ class Input {
     m_at += taken.size();
     return taken;
   }
-  // A length byte and as many bytes.
+  // Takes a length byte and as many bytes.
   std::string block() { return bytes(byte()); }
 
  private:
@@ -55,8 +55,10 @@ class Input {
   const std::uint8_t* m_end;
 };
 
-// Which of all accesses fail, and how, by pairs of bytes: the accesses that go well before the next
-// failure, and its result. A negative one is a failure, with itself as the errno.
+// Decides which accesses fail, and how, by pairs of bytes. The first byte of a pair is the number
+// of accesses that succeed before the next fault, and the second, signed, is the result of that
+// fault. A negative result makes the access fail with its absolute value as the errno; any other
+// result is what the access returns.
 class FaultScript {
  public:
   explicit FaultScript(std::string pairs) : m_pairs(std::move(pairs)) {}
@@ -69,8 +71,8 @@ class FaultScript {
   int m_gone_well = 0;
 };
 
-// Ends the program when an input takes longer than ten real seconds: libFuzzer's own watch reads a
-// clock, which is the phone's here.
+// Aborts the program when an input takes longer than ten seconds of real time. libFuzzer's own time
+// limit does not serve, because it would read the clock of the simulated phone.
 class Watch {
  public:
   Watch();
@@ -79,8 +81,8 @@ class Watch {
   Watch& operator=(const Watch&) = delete;
 };
 
-// A fresh phone with both services on it. At the end everything is torn down, and must be closed
-// and switched off whatever has failed before.
+// A fresh phone with both services on it. The destructor tears everything down, and requires that
+// all descriptors are closed and the power is off, whatever has failed before.
 class Bench {
  public:
   Bench();
@@ -88,15 +90,15 @@ class Bench {
   Bench(const Bench&) = delete;
   Bench& operator=(const Bench&) = delete;
 
-  // From here on accesses fail as the script says.
+  // Makes accesses fail from now on, as a FaultScript of `pairs` decides.
   void fail_as(std::string pairs);
 
-  // Makes the instances, and gives them back.
+  // Creates and destroys the instances of both services.
   void create();
   void destroy();
 
   static VD6281_device& record() { return SpectralSensorDevice::m_VD6281Device[0]; }
-  // What holds for the record between any two operations.
+  // Requires what holds for the device record between any two operations.
   static void check_record();
 
   spectralsim::Phone phone;
@@ -107,10 +109,11 @@ class Bench {
   Watch m_watch;
 };
 
-// What holds for every result of a measurement, whatever the chip and the stream have said.
+// Requires what holds for every result of a measurement, whatever chip and stream have delivered.
 void check(const ALSResult& result);
 void check(const FlickerResult& result);
-// Of a result that nobody but the analysis had a hand in.
+// Requires that each frequency is none or within 50..1000 Hz. This holds only for a result whose
+// frequencies all come from the analysis.
 void check_frequencies(const FlickerResult& result);
 
 }  // namespace fuzz

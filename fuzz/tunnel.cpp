@@ -1,14 +1,19 @@
-// The sensor hub's stream: any bytes, cut by failing, short and ending reads, through a flicker
-// measurement of either service, a capture of any length and the dump.
+// Fuzzes the sensor hub's stream: any bytes, with reads that fail, come short or end, through a
+// flicker measurement of either service, a capture of any length, and the dump.
 //
-// An input is a way (0..4), a length in ms (2 bytes), a block of the reads' outcomes (0
-// whole, 1..199 at most so many 64 bytes, 200..229 a failure, 230..249 the end, the rest clears the
-// enable flag), and the stream in pieces, each a kind and what it takes:
-//   0 literal    a block
-//   1 packet     id and sequence number (2 bytes each), and 160 bytes of payload
-//   2 packet     id, length (2 bytes each)
-//   3 a lie      id, the length it says, the length it has (2 bytes each)
-//   4 payloads   a count, and the sequence number of the first (2 bytes)
+// An input is
+//   - what is done with the stream: a measurement by the device (0) or the layered service (1), a
+//     capture by the device (2) or the layered service (3), or the dump (4),
+//   - the length of the capture or dump in ms (2 bytes),
+//   - a block with the outcome of each read: 0 complete, n = 1..199 at most 64 * n bytes,
+//     200..229 a failure, 230..249 the end of the stream, 250..255 complete, with the enable flags
+//     cleared,
+//   - the stream in pieces, each a byte for its kind and the parameters of that kind:
+//       0 bytes          a block
+//       1 packet         id and sequence number (2 bytes each); the payload has 160 bytes
+//       2 packet         id and payload length (2 bytes each)
+//       3 wrong length   id, length in the header and length of the payload (2 bytes each)
+//       4 packets        sequence number of the first (2 bytes), and their count
 
 #include <cerrno>
 #include <string_view>
@@ -76,13 +81,14 @@ template <typename Service>
 void measure(Service* service) {
   SpectralSensorOutput output = {};
   for (int i = 0; i < 2; ++i) {
-    require(service->Process(SPECTRAL_MODE_FLICKER, &output) == 0, "a flicker measurement gives 0");
+    require(service->Process(SPECTRAL_MODE_FLICKER, &output) == 0,
+            "a flicker measurement returns 0");
     fuzz::check(output.flicker);
     fuzz::check_frequencies(output.flicker);
   }
 }
 
-// Every payload that came out is one that went in, and behind the last there are zeros.
+// Requires that every gathered payload is in the stream, and that zeros follow the last one.
 void check_payloads(std::string_view stream, const std::vector<std::uint8_t>& out) {
   bool ended = false;
   for (std::size_t at = 0; at < out.size(); at += kFlickerPayloadSize) {
@@ -93,18 +99,18 @@ void check_payloads(std::string_view stream, const std::vector<std::uint8_t>& ou
       ended = true;
     } else {
       require(!ended || stream.find(std::string(kFlickerPayloadSize, '\0')) != stream.npos,
-              "payloads lie one behind the other");
-      require(stream.find(payload) != stream.npos, "a payload is the stream's");
+              "no payload follows an empty place");
+      require(stream.find(payload) != stream.npos, "every payload is in the stream");
     }
   }
 }
 
 template <typename Service>
 void capture(Service* service, std::uint16_t len_ms, const std::string& stream) {
-  // As much as is copied, and no more; what cannot be captured is not copied.
+  // The buffer holds as much as is copied and no more; a capture that is too long copies nothing.
   const std::size_t payloads = len_ms / 10;
   std::vector<std::uint8_t> out;
-  out.reserve(1);  // somewhere, even for nothing
+  out.reserve(1);  // a valid pointer even for an empty buffer
   out.resize(payloads <= 100 ? payloads * kFlickerPayloadSize : 0);
   service->ReadFLKData(len_ms, out.data());
   check_payloads(stream, out);
@@ -118,7 +124,8 @@ void dump(Bench* bench, std::uint16_t len_ms, const std::string& stream) {
   device->VD6281_QuilDumpFlickerDataToFile(len_ms);
   device->VD6281_QuilTunnelTerminate();
   const std::string dumped = bench->phone.dumped(Node::kUnparsedFile);
-  require(stream.compare(0, dumped.size(), dumped) == 0, "the raw dump is the stream's beginning");
+  require(stream.compare(0, dumped.size(), dumped) == 0,
+          "the raw dump is the beginning of the stream");
 }
 
 }  // namespace
@@ -150,11 +157,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   if (way == 3) capture(bench.layered, len_ms, stream);
   if (way == 4) dump(&bench, len_ms, stream);
   Bench::check_record();
-  // The record's buffers lie side by side; a capture of nothing sets none of it up.
+  // An overrun of the record's buffers or tables would change the fields behind them. The header
+  // size is still 0 where no capture was set up.
   const VD6281_device& record = Bench::record();
   require(record.hdr_size == 0 ||
               (record.hdr_size == spectral::kPacketHeaderSize &&
                std::memcmp(record.magic, spectral::kTunnelMagic, sizeof record.magic) == 0),
-          "what lies behind the buffers and the tables is whole");
+          "the fields behind the buffers and tables are intact");
   return 0;
 }

@@ -1,7 +1,8 @@
-// How long a capture goes on once another thread has cleared its enable flag: from before
-// SetEnableFlag(mode, false) to the return of Process, on real time, for both services. The aborts
-// come at any moment of a capture that would take 1.6 s (ambient light) or 1 s (flicker). One that
-// came behind the capture's last look at the flag is no sample.
+// Measures how long a capture continues after another thread has cleared its enable flag: from just
+// before SetEnableFlag(mode, false) to the return of Process, in real time, for both services. Each
+// abort comes at a random moment, 20 to 140 ms into an ambient-light capture that would take 1.6 s,
+// or 20 to 920 ms into a flicker capture that would take 1 s. An abort that came after the
+// capture's last look at the flag does not count as a sample.
 
 #include <algorithm>
 #include <chrono>
@@ -43,18 +44,19 @@ constexpr Case kCases[] = {
 enum class Outcome { kAborted, kWhole, kImpossible };
 
 struct Sample {
-  double ms = 0.0;  // below 0 where the capture returned before it was aborted
+  double ms = 0.0;  // negative if Process returned before the abort
   Outcome outcome = Outcome::kImpossible;
 };
 
-// Ambient light: valid or, aborted, not, which is a failure in auto-exposure alone.
+// A complete ambient-light capture returns 0 and a valid result. An aborted one returns 0 and an
+// invalid result or, in auto-exposure, -22.
 Outcome outcome_of(int status, const ALSResult& als, bool auto_exposure) {
   if (status == 0 && als.valid == 1) return Outcome::kWhole;
   if (auto_exposure) return status == -22 ? Outcome::kAborted : Outcome::kImpossible;
   return status == 0 && als.valid == 0 ? Outcome::kAborted : Outcome::kImpossible;
 }
 
-// Always valid; of an aborted one nothing is filled in but the mains frequencies.
+// A flicker result is always valid. After an abort only its mains frequencies are filled in.
 Outcome outcome_of(int status, const FlickerResult& flicker) {
   if (status != 0 || flicker.valid != 1 || flicker.freq_a != 100 || flicker.freq_b != 120) {
     return Outcome::kImpossible;
@@ -82,7 +84,7 @@ Sample abort_once(Service* service, const Case& what, int after_ms) {
                                          : outcome_of(status, output.flicker)};
 }
 
-// Whether every result is one that there is, and most of the aborts were heeded.
+// Returns whether every result was possible and most of the aborts ended their capture early.
 template <typename Service>
 bool measure(const char* facade, Service* service, const Case& what, std::mt19937_64* random) {
   std::vector<double> ms;
@@ -126,7 +128,7 @@ bool measure(const char* facade) {
   if (!ok) std::printf("BROKEN: the %s service does not come up\n", facade);
   std::mt19937_64 random(kSeed);
   for (const Case& what : kCases) {
-    // Each is measured, whatever the others gave.
+    // Every case is measured, even after another one has failed.
     if (service != nullptr && !measure(facade, service, what, &random)) ok = false;
   }
   Service::Destroy();

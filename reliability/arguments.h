@@ -1,7 +1,7 @@
 #pragma once
 
-// What is on the command line. The whole of an argument has to be a number, or nothing is taken
-// from it.
+// Parsing of command-line arguments. An argument must be a number as a whole; otherwise `parse`
+// returns false and leaves `number` as it is.
 
 #include <charconv>
 #include <cmath>
@@ -22,7 +22,7 @@ inline bool parse(const char* text, std::uint64_t* number) {
   return true;
 }
 
-// Above 0.
+// Accepts finite numbers above 0 only.
 inline bool parse(const char* text, double* number) {
   char* rest = nullptr;
   const double parsed = std::strtod(text, &rest);
@@ -31,7 +31,7 @@ inline bool parse(const char* text, double* number) {
   return true;
 }
 
-// Returns the exit status that it is given.
+// Prints the help, to stdout for status 0 and else to stderr, and returns `status`.
 inline int show_help(const char* help, int status) {
   std::fputs(help, status == 0 ? stdout : stderr);
   return status;

@@ -36,8 +36,9 @@ Trace play(const Session& session, Phone* phone) {
   return phone->trace();
 }
 
-// The session once more, at one and the same time of the phone's life however late the first one
-// has become, so that lamps and rounding are the same.
+// Plays the session again without faults. It starts at the same time of the phone's clock however
+// much the faults have delayed the first run, so that the phase of the lamps and the rounding of
+// times are always the same.
 Trace play_again(const Session& session, Phone* phone) {
   phone->heal();
   phone->clock().sleep_ns(kAgainMs * spectralsim::kNsPerMs - phone->clock().now_ns());
@@ -83,8 +84,9 @@ long count_descriptors() {
   return std::distance(begin(entries), end(entries));
 }
 
-// A capture that is disturbed may spoil the next one, by a measurement that it could not stop, but
-// never the one after that. `index` is that of the fault.
+// Returns whether the last capture failed although at least one capture lies between it and the
+// fault. A disturbed capture may spoil the next one, by a measurement that could not be
+// stopped, but no later one. `index` is the position of the fault in the trace.
 bool is_spoilt(const Trace& reference, const Trace& trace, std::size_t index) {
   std::vector<std::size_t> captures;
   std::size_t last_init = 0;
@@ -150,7 +152,7 @@ Trace trace_of(const Session& session, Cut cut, const Injection& injection) {
   set_up(&phone, cut);
   phone.fail(injection.fault);
   Trace trace = play(session, &phone);
-  dlerror();  // gives back the text of a failed dlopen, which the C library keeps until then
+  dlerror();  // frees the text of a failed dlopen, which the C library keeps until then
   return trace;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// A session with faults, and what must hold of it, behind it and after it.
+// Runs a session with faults, and checks the session, what it leaves behind and the next session.
 
 #include <string>
 #include <vector>
@@ -11,7 +11,7 @@
 
 namespace sweep {
 
-// An undisturbed phone on which the session ran twice.
+// The traces of two undisturbed runs of a session, one after the other on the same phone.
 struct Reference {
   spectralsim::Trace first;
   spectralsim::Trace again;
@@ -19,18 +19,19 @@ struct Reference {
 
 Reference reference_of(const Session& session, spectralsim::Cut cut);
 
-// How the session goes with this fault, without any check.
+// Returns the trace of the session with this fault, without any check.
 spectralsim::Trace trace_of(const Session& session, spectralsim::Cut cut,
                             const Injection& injection);
 
-// Runs the session with these faults, and once more without, on one phone. What is not as it should
-// be.
+// Runs the session with these faults, and then again without them, on the same phone. Returns a
+// line for everything that is not as it should be.
 std::vector<std::string> disturb(const Session& session, spectralsim::Cut cut,
                                  const Reference& reference,
                                  const std::vector<Injection>& injections);
 
-// What a session has left behind on the phone and in the library. The power may stay on only where
-// more than one fault can have met each try to switch it off.
+// Returns a line for everything that a session has left behind on the phone and in the library.
+// `powered` is whether the sensor is still on. With `may_stay_on` that is not counted, since
+// several faults can have struck all attempts to switch it off.
 std::vector<std::string> left_over(const spectralsim::Phone& phone, bool powered, bool may_stay_on);
 
 }  // namespace sweep

@@ -1,6 +1,7 @@
-// Many hours of a phone's life on virtual time: sessions of either service, one after the other,
-// with clients that come and go, light that changes, captures of both modes and aborts at any
-// moment. Memory, descriptors and threads must stay as they are. See docs/reliability.md.
+// Runs many hours of a phone's life on virtual time: random sessions of either service, one after
+// the other, with clients that come and go, light that changes, captures of both modes, and aborts
+// at random moments. The numbers of memory blocks, descriptors and threads must not change, and
+// resident memory must hardly grow. See docs/reliability.md.
 
 #include <unistd.h>
 
@@ -29,8 +30,8 @@ using spectralsim::Phone;
 constexpr int kAls = SPECTRAL_MODE_ALS;
 constexpr int kFlicker = SPECTRAL_MODE_FLICKER;
 constexpr int kWarmUpSessions = 20;
-// What the allocator and the kernel may round up differently at two moments. A block that is lost
-// is told by the count of blocks, however small.
+// Resident memory may differ by this much at two moments, because the allocator and the kernel
+// round it up. A lost block, however small, shows up in the count of blocks.
 constexpr long kMostGrowthKb = 256;
 constexpr double kNsPerHour = 3600e9;
 
@@ -46,7 +47,7 @@ long entries_of(const char* folder) {
   return std::distance(begin(entries), end(entries));
 }
 
-// A thread that has been joined is among them for a moment more.
+// Returns the least of several counts, since a joined thread is still listed for a moment.
 long count_threads() {
   constexpr int kLooks = 5000;
   long least = entries_of("/proc/self/task");
@@ -84,7 +85,7 @@ class Random {
   std::mt19937_64 m_engine;
 };
 
-// One session of a service, by random steps.
+// One session of a service, made of random steps.
 template <typename Service>
 class Session {
  public:
@@ -96,7 +97,7 @@ class Session {
     for (const int mode : {kAls, kFlicker}) {
       while (m_clients[mode] > 0) leave(mode);
     }
-    m_phone->clock().sleep_ns(5000 * spectralsim::kNsPerMs);  // no abort outlives the service
+    m_phone->clock().sleep_ns(5000 * spectralsim::kNsPerMs);  // runs the aborts that are still due
     Service::Destroy();
     require(m_phone->open_descriptors() == 0 && !m_phone->chip().powered(), "all is closed");
   }
@@ -174,7 +175,7 @@ class Session {
   bool m_aborted = false;
 };
 
-// The camera process's threads come and go as well: each session is one's.
+// Runs a session on a thread of its own, since the threads of a camera process come and go as well.
 void run_session(Phone* phone, Random* random, Counts* counts) {
   constexpr spectralsim::Cut kCuts[] = {spectralsim::Cut::k2_0, spectralsim::Cut::k2_1,
                                         spectralsim::Cut::k2_2};
@@ -196,8 +197,8 @@ void print(const char* when, const Footprint& now) {
 }
 
 bool is_flat(const Footprint& start, const Footprint& end, bool emulated) {
-  // A sanitizer keeps what is freed, and looks itself for what is lost. An emulator keeps what it
-  // has translated.
+  // Resident memory is not compared under a sanitizer, which keeps freed memory and reports leaks
+  // itself, nor under an emulator, which keeps the code that it has translated.
   const bool counts_blocks = start.blocks >= 0;
   const bool resident_is_flat =
       !counts_blocks || emulated || end.resident_kb - start.resident_kb <= kMostGrowthKb;
@@ -212,9 +213,9 @@ bool endure(double hours, std::uint64_t seed, bool emulated) {
   phone.keep_trace(false);
   phone.model("ostrel").factory_file("\n\n\n\n\n\n1764\n3021\n1240\n8113\n0\n6350\n6511\n");
   phone.scene("office");
-  footprint();  // what looking takes, is taken
+  footprint();  // lets the measurement allocate what it keeps
   while (counts.sessions < kWarmUpSessions) run_session(&phone, &random, &counts);
-  phone.scene("office");  // as at the end: scenes are of different size
+  phone.scene("office");  // the same scene as at the end, since scenes differ in size
   const Footprint start = footprint();
   while (static_cast<double>(phone.clock().now_ns()) < hours * kNsPerHour) {
     run_session(&phone, &random, &counts);

@@ -23,28 +23,29 @@ using Lines = std::vector<std::string>;
 
 const std::string kDriver = "log E ilsservice-driver-device: ";
 constexpr long kServiceFailed = -22;
-constexpr long kTunnelReadSize = 8192;  // of one fread
+constexpr long kTunnelReadSize = 8192;  // bytes that one fread asks for
 
-enum PassesOn { kNothing, kResult, kResultOrNegated };  // of a refused call
+// Which results of a refused call an operation may return.
+enum PassesOn { kNothing, kResult, kResultOrNegated };
 
 struct Promise {
   std::vector<long> statuses;
   PassesOn passes_on = kNothing;
-  bool tells = false;     // never 0 when a call was refused
-  const char* said = "";  // how its own message begins that goes with a status of -22
+  bool tells = false;     // whether a refused call rules out the status 0
+  const char* said = "";  // start of the message that accompanies a status of -22
 };
 
-// By operation: -4, -7, -8, 1, 7 and 8 are what an operation answers when an earlier one has
-// failed.
+// The promise of each operation. An operation may return -4, -7, -8, 1, 7 or 8 when the failure
+// of an earlier one has left the device in the wrong state.
 const std::map<std::string, Promise> kPromises = {
     {"Create", {{0}}},
     {"Destroy", {{0}}},
     {"Init", {{0, -17, -22}, kNothing, true, "Init: "}},
     {"Uninit", {{0}}},
-    {"ProcessALS", {{0, -22}}},  // and what judge_capture has
+    {"ProcessALS", {{0, -22}}},  // judge_capture checks more
     {"ProcessALSAuto", {{0, -22}}},
     {"ProcessFlicker", {{0}}},
-    {"Stop", {{0, -22}, kNothing, false, "StopExp"}},  // of a capture's measurement
+    {"Stop", {{0, -22}, kNothing, false, "StopExp"}},  // the stop within Process
     {"StartExpFLK", {{0, -22}, kNothing, false, "StartExpFLK: "}},
     {"StopExpFLK", {{0, -22}, kNothing, false, "StopExpFLK: "}},
     {"ReadFLK", {{0, -22}, kNothing, true, "ReadFLK: "}},
@@ -80,7 +81,9 @@ const std::map<std::string, Promise> kPromises = {
     {"QuilTunnelTerminate", {{0, -4}, kResult}},
 };
 
-// Messages of what fails because something else has, as patterns.
+// Messages of steps that fail because an earlier step has failed, as patterns of fnmatch. SERVICE,
+// DRIVER, LAYERED and WRAPPER stand for log tags. The misspelt "Pedstal" and "pedstal" and the
+// double blanks are those of the library's messages.
 const Lines kConsequences = {
     "log E SERVICE: Init: Failed to init Spectral Sensor, error code *",
     "log E DRIVER: Init: Pedstal value enable failure error code=*",
@@ -110,7 +113,7 @@ const Lines kConsequences = {
     "log D WRAPPER: GetFlickerFrequency: Polling took * ms, rc=*",
 };
 
-// Of a read that brought nothing, by the two readers of the tunnel.
+// The message of a read without data, from either of the two readers of the tunnel.
 const std::string kReadFailed =
     "@(log W DRIVER: VD6281_GetFlickerDataBuffer|log E DRIVER: VD6281_QuilDumpFlickerDataToFile)"
     ":Failed to read data from the tunnel";
@@ -147,7 +150,8 @@ std::string read_failed(const Event& event) {
   return kDriver + reader + " ioctl failed";
 }
 
-// A device that does not open is released all the same, through a descriptor that is none.
+// After a node has not opened, the library still resets the chip and its OTP, through a descriptor
+// that cannot be written. Both writes fail and are logged.
 Lines device_not_opened() {
   return {kDriver + "VD6281_Init open device failed\n", write_failed(0xFE, 1),
           write_failed(0x58, 0)};
@@ -173,11 +177,14 @@ Lines tunnel_failed(const Event& event) {
   const std::string result = std::to_string(event.result);
   const bool vsync = event.text == " 43e0/15";
   switch (event.address) {
+    // The library's messages are mixed up: for the route and for the flicker stream they name the
+    // VSYNC sensor, and for the VSYNC stream they do not.
     case 0x24:
-    case 0x22:  // the VSYNC stream's failure is the one that does not name it
+    case 0x22:
       return {kDriver + "VD6281_QuilTunnelSetup: ERROR Tunnel setup failed " +
               (vsync ? "" : "for VSYNC sensor ") + result};
-    case 0x23:  // and these two name each other
+    // These two messages are swapped: each names the other stream.
+    case 0x23:
       return {terminate + (vsync ? "Sensor Tunnel" : "Vsync sensor") + " terminate failed " +
               result};
     default:
@@ -185,7 +192,7 @@ Lines tunnel_failed(const Event& event) {
   }
 }
 
-// What must stand in the log before the next call, for a call that was refused; as patterns.
+// Returns the patterns of the messages that must follow a refused call before the next call.
 Lines messages_of(const Event& event) {
   switch (event.node) {
     case Node::kEnable:
@@ -221,13 +228,13 @@ bool is_of_sensor(const Event& event) {
          event.node == Node::kAnalysisLibrary;
 }
 
-// What was refused of an ambient-light capture, by its steps.
+// The steps of an ambient-light capture in which a call was refused.
 struct Capture {
   bool configuring = false;
   bool starting = false;
   bool reading = false;
   bool stopping = false;
-  bool has_read = false;  // or tried to
+  bool has_read = false;  // a read was made or attempted
 
   void see(const Event& event) {
     if (!event.is_register_read() && !event.is_register_write()) return;
@@ -243,7 +250,7 @@ struct Capture {
   }
 
  private:
-  static constexpr int kStatus = 0x02;  // read before the counts, and written behind them
+  static constexpr int kStatus = 0x02;  // read before the counts, written after them
   static constexpr int kCounts = 0x06;
 
   static bool is_setting(const Event& event) {
@@ -252,10 +259,10 @@ struct Capture {
   }
 };
 
-// Without the last word, which is the time.
+// Returns a logged ALS result without its last word, the time stamp.
 std::string reading_of(const std::string& als) { return als.substr(0, als.rfind(' ')); }
 
-// Goes through a trace, call by call.
+// Goes through a trace event by event, and collects what it breaks.
 class Reader {
  public:
   explicit Reader(const std::vector<long>& results) : m_results(results) {}
@@ -292,8 +299,9 @@ class Reader {
     m_expected.assign(lines.begin(), lines.end());
   }
 
-  // One fread takes several reads: only one that brought nothing at all is told. The end of the
-  // stream, met behind some bytes, is told by the fread after, which does not read any more.
+  // One fread makes several reads, and the library logs a failure only for an fread that returned
+  // no bytes at all. Where the stream ends behind some bytes, the next fread returns nothing
+  // without a read of its own, and the message may come then.
   void see_tunnel_read(const Event& event) {
     if (event.result > 0) {
       m_got = (m_got + event.result) % kTunnelReadSize;
@@ -306,7 +314,8 @@ class Reader {
 
   void see_message(const std::string& line) {
     m_said.push_back(line);
-    // The wrapper goes on to switch the pedestal on, and answers with how that went.
+    // After this failure FlickerSensor::SetPedestal still enables the pedestal, and returns the
+    // status of that alone.
     if (line.find("SetPedestal: Pedestal value setup failure") != std::string::npos) {
       m_refused = false;
     }
@@ -334,7 +343,7 @@ class Reader {
     } else {
       judge(text, promise->second, status);
     }
-    if (operation == "Stop") return;  // the capture's own line is still to come
+    if (operation == "Stop") return;  // the Process line of the same capture follows
     if (operation == "Create") m_last_auto = kNothingMeasured;
     if (operation == "ProcessALS") judge_capture(text, status, false);
     if (operation == "ProcessALSAuto") judge_capture(text, status, true);
@@ -346,10 +355,11 @@ class Reader {
     m_said.clear();
   }
 
-  // A step that was refused a call has its line. What was not read, as nothing was started or the
-  // reading failed, gives -22 and no values; in auto-exposure the previous ones, and a line. What
-  // was read is valid, unless an earlier capture's measurement stood in the way: that one may never
-  // become ready.
+  // Checks one ambient-light capture. A step in which a call was refused must log its message. A
+  // capture that read nothing, because nothing was started or the read failed, must return -22:
+  // without values or, in auto-exposure, with the previous ones and the message of ReadALS. A
+  // result that was read must be valid. The exception is a default capture that could not be
+  // configured because the measurement of an earlier one still ran, which may never become ready.
   void judge_capture(const std::string& text, long status, bool automatic) {
     const bool not_configured = has_said("ConfigALS: ");
     const bool not_started = has_said("StartExpALS: ");
@@ -396,11 +406,11 @@ class Reader {
 
   const std::vector<long>& m_results;
   Capture m_capture;
-  std::string m_told;  // the client's last line that was no status
+  std::string m_told;  // the client's last line that was not a status
   std::string m_last_auto = kNothingMeasured;
   std::deque<std::string> m_expected;
   bool m_refused = false;
-  long m_got = 0;  // by the fread under way
+  long m_got = 0;  // bytes that the current fread has got
   bool m_ended = false;
   Lines m_said;
   Lines m_broken;
@@ -420,7 +430,7 @@ Lines broken_rules(const Trace& trace, const std::vector<long>& results) {
 
 Lines needless_messages(const Trace& trace) {
   Lines needless;
-  bool forgotten = false;  // the service has forgotten its clients, and the next Init fails
+  bool forgotten = false;  // ResetDevice was the last call, and the next Init fails
   for (const Event& event : trace) {
     if (event.call != Call::kLog) continue;
     if (event.tag == kClientTag) {

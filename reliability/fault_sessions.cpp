@@ -17,7 +17,7 @@ using spectralsim::Phone;
 
 constexpr int kAls = SPECTRAL_MODE_ALS;
 constexpr int kFlicker = SPECTRAL_MODE_FLICKER;
-constexpr std::uint32_t kShortExposureUs = 16000;  // to be polled for each millisecond
+constexpr std::uint32_t kShortExposureUs = 16000;  // keeps the polls of a default capture few
 
 SpectralSensorDevice* driver_of(SpectralSensorDevice* sensor) { return sensor; }
 SpectralSensorDevice* driver_of(SpectralSensor* sensor) { return sensor->m_device; }
@@ -34,7 +34,7 @@ void pause_ms(Phone* phone, std::int64_t duration_ms) {
   phone->clock().sleep_ns(duration_ms * spectralsim::kNsPerMs);
 }
 
-// A user of a service; time stamps are told as from its beginning.
+// A client of a service. It logs time stamps relative to its own construction.
 template <typename Service>
 class User {
  public:
@@ -63,11 +63,11 @@ class User {
 
   void process(int mode) {
     SpectralSensorOutput output = {};
-    output.als.valid = 1;  // to be cleared by a capture that fails
+    output.als.valid = 1;  // a capture that fails must clear it
     const std::uint32_t before = state();
     const int status = m_service->Process(mode, &output);
     const bool stopped = state() == before || state() <= VD6281_STATE_IDLE;
-    tell("Stop", stopped ? 0 : -22);  // said by the library, where it did not go well
+    tell("Stop", stopped ? 0 : -22);  // the library must have logged a failed stop
     mode == kAls ? tell_result(output.als) : tell_result(output.flicker);
     tell(mode == kFlicker                ? "ProcessFlicker"
          : m_service->m_alsAeEnable != 0 ? "ProcessALSAuto"
@@ -159,7 +159,7 @@ void flicker(Phone* phone) {
   user.uninit(kFlicker);
 }
 
-// The chip's detector has its answer ready: one of 250 Hz.
+// Makes the chip's flicker detector answer at once, with 250 Hz.
 void let_detector_answer(Phone* phone) {
   phone->chip().pin(0x35, 0x3F).pin(0x36, 0xC0).pin(0x37, 0xFF).pin(0x38, 0x00).pin(0x39, 0x0C);
 }
@@ -193,7 +193,8 @@ void reset(Phone* phone) {
   user.uninit(kAls);
 }
 
-// What stands around the driver's operations where no service does.
+// A client that powers the sensor and brings it up by the driver's operations, without a service's
+// Init and Uninit.
 class BareDriver : public User<SpectralSensorDevice> {
  public:
   explicit BareDriver(Phone* phone) : User(phone) {

@@ -2,9 +2,9 @@
 
 // Whole sessions of a client of the library, from Create to Destroy, for the fault sweep.
 //
-// A session writes each of its calls, with what it gave, into the log under the tag "client", so
-// that the phone's trace has them between the system calls that they caused. It goes on whatever it
-// is told, and owes an Uninit for every Init, as a client is expected to.
+// A session logs each of its calls with the status that it returned, under the tag "client", so
+// that the phone's trace shows every call behind the system calls that it caused. A session goes on
+// whatever the statuses are, and calls Uninit once for every Init, as a client is expected to.
 
 #include <string>
 #include <vector>
@@ -16,7 +16,7 @@ namespace sweep {
 constexpr char kClientTag[] = "client";
 
 struct Session {
-  std::string name;  // facade first
+  std::string name;  // begins with the facade
   void (*run)(spectralsim::Phone*);
 };
 

@@ -1,6 +1,7 @@
-// Lets each single system call of whole sessions fail in turn, then pairs of them, and requires
-// after each what reliability/fault_rules.h says, that nothing is left open, powered or lost, and
-// that the next session in the process is as if nothing had happened. See docs/reliability.md.
+// Makes each system call of whole sessions fail in turn, then pairs of calls. After every such
+// session it checks the promises of reliability/fault_rules.h, that nothing is left open, powered
+// or leaked, and that the next session in the process runs as if nothing had happened. See
+// docs/reliability.md.
 
 #include <algorithm>
 #include <cstdio>
@@ -64,11 +65,12 @@ class Sweep {
   }
 
  private:
-  static constexpr int kPairs[] = {2, 60};    // of a session on a cut, short and whole
-  static constexpr std::size_t kSample = 12;  // of so many calls one is disturbed otherwise
+  static constexpr int kPairs[] = {2, 60};  // per session and cut: short form, whole form
+  // In the short form, one call in this many gets another disturbance than a plain failure.
+  static constexpr std::size_t kSample = 12;
 
   std::size_t run(const Session& session, Cut cut) {
-    sweep::reference_of(session, cut);  // what is made once and kept, is made here
+    sweep::reference_of(session, cut);  // lets the process allocate what it makes once and keeps
     const long mappings = count_file_mappings();
     const Reference reference = sweep::reference_of(session, cut);
     const Trace& trace = reference.first;
@@ -88,25 +90,26 @@ class Sweep {
       }
     }
     for (int i = 0; i < kPairs[m_whole ? 1 : 0]; ++i) check_pair(session, cut, reference);
-    const bool is_sanitized = heap::live_blocks() < 0;  // and maps files of its own
+    const bool is_sanitized = heap::live_blocks() < 0;  // a sanitizer maps files of its own
     if (!is_sanitized && count_file_mappings() > mappings) {
       report(session, cut, {}, {"file mappings lost"});
     }
     return calls;
   }
 
-  // Each call fails plainly; of what else can happen to it the short form takes a sample.
+  // Returns whether to inject this kind of fault. Every call fails once with an errno; the short
+  // form injects only a random sample of the other kinds.
   bool is_due(Kind kind) {
     return m_whole || kind == Kind::kFails || pick(kSample * (std::size(kKinds) - 1)) == 0;
   }
 
-  // A fault anywhere, and another in what the session does after it.
+  // Checks the session with a fault at a random call, and another in what it does after that.
   void check_pair(const Session& session, Cut cut, const Reference& reference) {
     const Injection first = random_injection(reference.first, 0);
     const Trace trace = sweep::trace_of(session, cut, first);
     if (first.index + 1 >= trace.size()) return;
     const Injection second = random_injection(trace, first.index + 1);
-    if (second.index <= first.index) return;  // there was no call left
+    if (second.index <= first.index) return;  // no call followed the first fault
     ++m_pairs;
     check(session, cut, reference, {first, second});
   }
@@ -155,8 +158,9 @@ class Sweep {
 
 bool is_broken(const Trace& trace) { return !sweep::broken_rules(trace, {-1}).empty(); }
 
-// As a library would leave it that says and answers something else: without the lines that have
-// `removed` in them, and with the client's last line that begins with `from` begun with `to`.
+// Returns the trace that a faulty library would have left: without the lines that contain
+// `removed`, and with `from` replaced by `to` at the start of the client's last line that begins
+// with it.
 Trace altered(Trace trace, const char* removed, const char* from, const char* to) {
   trace.erase(std::remove_if(trace.begin(), trace.end(),
                              [&](const Event& event) {
@@ -171,7 +175,8 @@ Trace altered(Trace trace, const char* removed, const char* from, const char* to
   return trace;
 }
 
-// A session on cut 2.2, by its name, with the last register access of a kind refused.
+// Returns the trace of the session `name` on cut 2.2 when its last `call` on the register `address`
+// is refused. The trace is empty if there is no such call.
 Trace refused_at_last(const char* name, Call call, int address) {
   for (const Session& session : sweep::sessions()) {
     if (session.name != name) continue;
@@ -184,8 +189,9 @@ Trace refused_at_last(const char* name, Call call, int address) {
   return {};
 }
 
-// A rule, which the trace of a failure keeps and is altered to break. One that is broken as it is
-// comes out in the sweep.
+// An alteration that breaks a rule. It is made to the trace of the session with its last such call
+// refused, and the altered trace must break the rules. The sweep itself shows whether the unaltered
+// trace keeps them.
 struct Rule {
   const char* session;
   Call call;
@@ -196,10 +202,10 @@ struct Rule {
 };
 
 constexpr Rule kRules[] = {
-    // A message that is missing, a status that is not documented.
+    // A missing message, and an undocumented status.
     {"device bring-up", Call::kWrite, 0x58, "VD6281_WrByte", "", ""},
     {"wrapper AmbientLightSensor", Call::kWrite, 0x03, "", "StopAls = -1", "StopAls = -9"},
-    // A capture that answers 0 whatever was read, or takes what was not read.
+    // A capture that returns 0 after a failed read, or delivers what was not read.
     {"device ALS auto-exposure", Call::kIoctl, 0x02, "", "ProcessALSAuto = -22",
      "ProcessALSAuto = 0"},
     {"layered ALS auto-exposure", Call::kIoctl, 0x06, "", "ProcessALSAuto = -22",
@@ -207,7 +213,7 @@ constexpr Rule kRules[] = {
     {"device ALS default", Call::kIoctl, 0x06, "", "ProcessALS = -22", "ProcessALS = 0"},
     {"layered ALS default", Call::kIoctl, 0x02, "", "als 0", "als 1"},
     {"device ALS auto-exposure", Call::kWrite, 0x02, "", "als 1 1b", "als 1 1a"},
-    // A step of a capture that fails without its line.
+    // A step of a capture that fails without its message.
     {"device ALS auto-exposure", Call::kIoctl, 0x02, "ReadALS: ", "", ""},
     {"device ALS default", Call::kWrite, 0x1E, "ConfigALS: ", "", ""},
     {"layered ALS default", Call::kWrite, 0x2E, "StopExpALS: ", "", ""},
@@ -229,7 +235,7 @@ bool rules_can_be_broken() {
   return true;
 }
 
-// That the checks notice what they are there for; also a client that goes without a word.
+// Returns whether the checks notice broken rules, and a client that leaves everything behind.
 bool checks_can_fail() {
   const long blocks = heap::live_blocks();
   Lines left;
@@ -283,8 +289,9 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Closed to writing, as for a camera process: a bring-up without nodes writes to descriptor 0.
+  // Standard input cannot be written, as in a camera process: a bring-up whose nodes do not open
+  // writes to descriptor 0.
   if (std::freopen("/dev/null", "r", stdin) == nullptr) return 1;
-  setenv("SPECTRALHOST_LOG", "silent", 1);  // what is logged is in the trace
+  setenv("SPECTRALHOST_LOG", "silent", 1);  // the trace records the log
   return run(argc, argv);
 }

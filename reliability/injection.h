@@ -1,6 +1,6 @@
 #pragma once
 
-// What can happen to one system call of a session.
+// The faults that can be injected into one system call of a session.
 
 #include <cstddef>
 #include <string>
@@ -17,10 +17,10 @@ constexpr long kOtherResult = -5;
 
 const char* name_of(Kind kind);
 
-// Whether it can happen to this call.
+// Returns whether this kind of fault can be injected into this call.
 bool applies(Kind kind, const spectralsim::Event& event);
 
-// Whether the client must not notice.
+// Returns whether the client must not notice this kind of fault in this call.
 bool is_harmless(Kind kind, const spectralsim::Event& event);
 
 struct Injection {
@@ -30,7 +30,7 @@ struct Injection {
   spectralsim::Fault fault;
 };
 
-// For call number `index` of a session that goes as `trace` up to there.
+// Returns the injection into the call at `index` of a session that runs as `trace` up to there.
 Injection injection_at(const spectralsim::Trace& trace, std::size_t index, Kind kind);
 
 }  // namespace sweep

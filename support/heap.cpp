@@ -16,7 +16,7 @@ long heap::allocations() { return -1; }
 
 #else
 
-// For every library of the process.
+// Makes a function replace libc's for every library of the process.
 #define STANDS_FOR_LIBC __attribute__((visibility("default")))
 
 extern "C" {

@@ -2,11 +2,11 @@
 
 namespace heap {
 
-// Blocks of memory that the process has and has not given back; -1 under a sanitizer, which has its
-// own allocator and looks for lost blocks itself.
+// Returns the number of memory blocks that the process has allocated and not freed; -1 under a
+// sanitizer, which has an allocator of its own and reports leaks itself.
 long live_blocks();
 
-// Allocations so far, without the simulator's own; -1 under a sanitizer.
+// Returns the number of allocations so far, without the simulator's; -1 under a sanitizer.
 long allocations();
 
 }  // namespace heap
