@@ -90,8 +90,8 @@ static_assert(sizeof(FlickerTrack) == 17 * sizeof(std::uint32_t), "seventeen wor
 /// time between Create and Destroy. Nothing else locks, so that one measurement at a time is the
 /// callers' duty: no operation that measures or accesses the chip, of either mode, beside another
 /// one. While a measurement runs, other threads may call SetEnableFlag, Init and Uninit, except the
-/// last Uninit of the measurement's own mode. That one, ResetDevice and Destroy have to wait for
-/// its end.
+/// last Uninit of a mode whose engine runs. That one, ResetDevice and Destroy have to wait for the
+/// measurement's end.
 class SPECTRAL_EXPORT SpectralSensorDevice {
  public:
   /// Makes an object with the values that the fields below state; the gain of m_flkResult, too, is

@@ -1,7 +1,9 @@
-# What the scripts share: the Debian packages they need, and building.
+# What the scripts share: the Debian packages that they need, and building.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+CTEST_PARALLEL_LEVEL=$(nproc)
+export CTEST_PARALLEL_LEVEL
 
 build_packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libkissfft-dev
   libcli11-dev libsndfile1-dev gnuplot-nox)
@@ -13,8 +15,9 @@ libcxx_packages=(clang libc++-dev libc++abi-dev googletest)
 aarch64_packages=(g++-aarch64-linux-gnu qemu-user-static libstdc++6:arm64 libkissfft-dev:arm64
   libsndfile1-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64 libbenchmark-dev:arm64)
 
-# Takes a script's arguments, all in one, and the only one it knows, if any: shows what it does when
-# asked for --help or told anything else, and ends it.
+# Takes a script's arguments as one word, and the only argument that the script knows, if it knows one.
+# Shows what the script does when asked for --help, or for anything else that it does not know, and ends
+# it.
 know_only() {
   [ -n "$1" ] && [ "$1" != "${2-}" ] || return 0
   local head
@@ -38,16 +41,17 @@ installed() {
   dpkg-query -W -f '${Architecture} ${db:Status-Status}\n' "${1%:*}" 2>/dev/null | grep -E "^$architecture installed$" >/dev/null
 }
 
-# Installs those of the packages that are missing.
+# Installs those of the packages that are missing, and shows the command.
 need() {
-  local missing=() package
+  local missing=() package install
   for package in "$@"; do
     installed "$package" || missing+=("$package")
   done
   [ ${#missing[@]} -gt 0 ] || return 0
-  echo "Installing ${missing[*]}"
+  install=(apt-get install -y --no-install-recommends "${missing[@]}")
+  echo "${install[*]}"
   as_root apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive as_root apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+  DEBIAN_FRONTEND=noninteractive as_root "${install[@]}" -qq >/dev/null
 }
 
 # Configures and builds a preset, quietly unless something goes wrong: build PRESET [CMake options].
@@ -63,9 +67,4 @@ build() {
   fi
   grep -E 'warning:' "$log" || true
   rm -f "$log"
-}
-
-# Runs every test of a built folder; the library's log stays out of the way.
-run_tests() {
-  SPECTRALHOST_LOG=silent ctest --test-dir "$1" --output-on-failure -j "$(nproc)" --no-tests=error
 }
