@@ -26,6 +26,10 @@ constexpr unsigned int kVersionMajor = 0;
 constexpr unsigned int kVersionMinor = 20;
 constexpr int kOtpReadyPolls = 100;
 
+// A descriptor that is not open. It is never 0, which may be another file of the process: a release
+// after a failed bring-up writes to whatever the record holds, and on this one that fails.
+constexpr std::int32_t kClosed = -1;
+
 constexpr spectral::RegisterWrite kResetSequence[] = {
     {Register::kSoftwareReset, reg::kOn},
     {Register::kSoftwareReset, reg::kOff},
@@ -33,34 +37,33 @@ constexpr spectral::RegisterWrite kResetSequence[] = {
 
 void log_open_failed() { SPECTRAL_LOG_ERROR(kDriverTag, "%s open device failed\n", "VD6281_Init"); }
 
-// Opens the three nodes into the record. After a failure those that were open already are closed,
-// but each field keeps what open left in it: the release that follows makes its writes on that.
+void close_node(std::int32_t* fd) {
+  if (*fd < 0) return;
+  close(*fd);
+  *fd = kClosed;
+}
+
+// Opens the three nodes into the record. After a failure those that were open already are closed.
 bool open_nodes(VD6281_device* dev) {
-  dev->fd_read_byte = open(spectral::kReadBytePath, O_WRONLY);
+  dev->fd_read_byte = open(spectral::kReadBytePath, O_WRONLY | O_CLOEXEC);
   if (dev->fd_read_byte < 0) {
     log_open_failed();
     return false;
   }
-  dev->fd_write_byte = open(spectral::kWriteBytePath, O_WRONLY);
+  dev->fd_write_byte = open(spectral::kWriteBytePath, O_WRONLY | O_CLOEXEC);
   if (dev->fd_write_byte < 0) {
     log_open_failed();
-    close(dev->fd_read_byte);
+    close_node(&dev->fd_read_byte);
     return false;
   }
-  dev->fd_dev = open(spectral::kDevicePath, O_RDWR);
+  dev->fd_dev = open(spectral::kDevicePath, O_RDWR | O_CLOEXEC);
   if (dev->fd_dev < 0) {
-    close(dev->fd_write_byte);
-    close(dev->fd_read_byte);
+    close_node(&dev->fd_write_byte);
+    close_node(&dev->fd_read_byte);
     log_open_failed();
     return false;
   }
   return true;
-}
-
-void close_node(std::int32_t* fd) {
-  if (*fd < 0) return;
-  close(*fd);
-  *fd = -1;
 }
 
 void close_nodes(VD6281_device* dev) {
@@ -89,6 +92,9 @@ VD6281_device* SpectralSensorDevice::get_active_device() {
 
 void SpectralSensorDevice::setup_device(VD6281_device* dev) {
   std::memset(dev, 0, sizeof *dev);
+  dev->fd_read_byte = kClosed;
+  dev->fd_write_byte = kClosed;
+  dev->fd_dev = kClosed;
   dev->state = VD6281_STATE_IDLE;
   dev->otp_usage_enable = 1;
   dev->output_dark_enable = 0;

@@ -15,7 +15,7 @@ namespace {
 
 // Opens the enable attribute. A failure is logged under the name of `operation`.
 int open_enable(const char* operation) {
-  const int fd = open(spectral::kEnablePath, O_RDWR);
+  const int fd = open(spectral::kEnablePath, O_RDWR | O_CLOEXEC);
   if (fd < 0) SPECTRAL_LOG_ERROR(spectral::kDriverTag, "%s file open failed\n", operation);
   return fd;
 }
