@@ -27,6 +27,11 @@ struct sensor_tunnel_req {
 };
 static_assert(sizeof(sensor_tunnel_req) == 16, "the size that the hub's requests carry");
 
+// The buffer of the tunnel's stream, of which there is one at a time. Without it the first read
+// would allocate one, and would first ask the node, which is a character device, for terminal
+// settings.
+char g_tunnel_buffer[4096];
+
 constexpr sensor_tunnel_req kFlickerStream = {0, 36897, 1, 0};
 constexpr sensor_tunnel_req kVsyncStream = {0, 17376, 1, 15};
 
@@ -96,11 +101,12 @@ int SpectralSensorDevice::VD6281_QuilInit() {
 int SpectralSensorDevice::VD6281_QuilTunnelSetup() {
   VD6281_device* dev = get_active_device();
   if (dev == nullptr) return SPECTRAL_NO_DEVICE;
-  dev->tun_dev = std::fopen(spectral::kTunnelPath, "r");
+  dev->tun_dev = std::fopen(spectral::kTunnelPath, "re");
   if (dev->tun_dev == nullptr) {
     SPECTRAL_LOG_ERROR(kDriverTag, "Failed to open the tunnel device node");
-  } else if (route_streams(dev)) {
-    return SPECTRAL_OK;
+  } else {
+    std::setvbuf(dev->tun_dev, g_tunnel_buffer, _IOFBF, sizeof g_tunnel_buffer);
+    if (route_streams(dev)) return SPECTRAL_OK;
   }
   return VD6281_QuilTunnelTerminate();
 }

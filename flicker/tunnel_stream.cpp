@@ -96,7 +96,7 @@ class Dumper {
     if (file != nullptr) return true;
     char name[256] = {};
     std::snprintf(name, sizeof name, "%s.wav", kDumpName);
-    file = std::fopen(name, "wb");
+    file = std::fopen(name, "wbe");
     if (file != nullptr) return true;
     SPECTRAL_LOG_ERROR(kDriverTag, "%s: ERROR: Failed to open the file %s", kName, name);
     return false;
@@ -176,7 +176,7 @@ int SpectralSensorDevice::VD6281_QuilDumpFlickerDataToFile(unsigned int len_ms) 
   VD6281_device* dev = get_active_device();
   if (dev == nullptr) return SPECTRAL_NO_DEVICE;
   if (is_too_long(Dumper::kName, len_ms)) return SPECTRAL_BAD_ARGUMENT;
-  dev->unparsed_fp = std::fopen(kUnparsedPath, "wb");
+  dev->unparsed_fp = std::fopen(kUnparsedPath, "wbe");
   if (dev->unparsed_fp == nullptr) {
     SPECTRAL_LOG_ERROR(kDriverTag, "%s: Failed to open the file %s", Dumper::kName, kUnparsedPath);
     return VD6281_QuilTunnelTerminate();
