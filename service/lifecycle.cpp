@@ -1,6 +1,7 @@
 // The one instance of each facade, its clients, and the power and bring-up that follow their
 // counts.
 
+#include <memory>
 #include <mutex>
 
 #include "driver/bring_up_rule.h"
@@ -181,16 +182,15 @@ SpectralSensorDevice* SpectralSensorDevice::Create() {
 }
 SpectralSensor* SpectralSensor::Create() {
   if (m_pInstance != nullptr) return m_pInstance;
-  m_pInstance = new SpectralSensor();
-  m_pInstance->m_device = SpectralSensorDevice::Create();
-  if (m_pInstance->m_device == nullptr) {
-    delete m_pInstance;
-    m_pInstance = nullptr;
-    return nullptr;
-  }
-  m_pInstance->m_als = new AmbientLightSensor();
-  m_pInstance->m_flicker = new FlickerSensor();
-  switch_power(*m_pInstance, false);
+  // Published last: an allocation that fails on the way leaves no instance, and frees what there
+  // is.
+  auto instance = std::make_unique<SpectralSensor>();
+  instance->m_device = SpectralSensorDevice::Create();
+  if (instance->m_device == nullptr) return nullptr;
+  instance->m_als = new AmbientLightSensor();
+  instance->m_flicker = new FlickerSensor();
+  switch_power(*instance, false);
+  m_pInstance = instance.release();
   return m_pInstance;
 }
 
