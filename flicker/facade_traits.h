@@ -41,7 +41,8 @@ struct FacadeTraits<SpectralSensorDevice> {
   static int configure_als(Facade& facade, const ALSConfig& wanted, ALSConfig* actual);
   static int start_als(Facade& facade);
   static int stop_als(Facade& facade);
-  static int read_als(Facade& facade, ALSResult* result);  // sets `valid` to 1 if it was ready
+  // Reads once; `valid` becomes 1 if a result was ready.
+  static int read_als(Facade& facade, bool calibrated, ALSResult* result);
 
   // service/auto_exposure.cpp: a proposal's gains, given as factors, in the facade's unit. The
   // reset after a bad exposure programs gain code 1 and not unity, which is intended.
@@ -85,7 +86,7 @@ struct FacadeTraits<SpectralSensor> {
   static int configure_als(Facade& facade, const ALSConfig& wanted, ALSConfig* actual);
   static int start_als(Facade& facade);
   static int stop_als(Facade& facade);
-  static int read_als(Facade& facade, ALSResult* result);
+  static int read_als(Facade& facade, bool calibrated, ALSResult* result);
 
   static constexpr float kResetGain = 1.0f;
   static void set_gains(const float (&gains)[6], ALSConfig* next);

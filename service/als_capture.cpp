@@ -63,8 +63,8 @@ int configure(Facade& facade, const ALSConfig* config, ALSConfig* actual) {
 
 // A failed read is logged only where there is no waiting.
 template <typename Facade>
-int read_once(Facade& facade, ALSResult* result, bool wait) {
-  const int status = FacadeTraits<Facade>::read_als(facade, result);
+int read_once(Facade& facade, bool calibrated, bool wait, ALSResult* result) {
+  const int status = FacadeTraits<Facade>::read_als(facade, calibrated, result);
   if (status == SPECTRAL_OK) return SPECTRAL_OK;
   result->valid = 0;
   if (!wait) {
@@ -75,20 +75,9 @@ int read_once(Facade& facade, ALSResult* result, bool wait) {
   return SPECTRAL_FAILED;
 }
 
-// With `wait`, reads each millisecond until a result is ready; a time-out and an abort by the ALS
-// enable flag are not errors. Without it, reads once, and a result that is not ready is an error.
 template <typename Facade>
 int read(Facade& facade, ALSResult* result, bool wait) {
-  if (result == nullptr) return SPECTRAL_FAILED;
-  result->valid = 0;
-  for (int passes = wait ? kReadyPolls : 1; passes > 0; --passes) {
-    if (int status = read_once(facade, result, wait)) return status;
-    if (result->valid != 0) return SPECTRAL_OK;
-    if (!wait) return SPECTRAL_FAILED;
-    std::this_thread::sleep_for(kPollPause);
-    if (!spectral::is_set(facade.m_alsEnableFlag)) break;
-  }
-  return SPECTRAL_OK;
+  return spectral::read_als(facade, spectral::is_set(facade.m_calibrationValid), wait, result);
 }
 
 template <typename Facade>
@@ -102,13 +91,12 @@ int capture(Facade& facade, SpectralSensorOutput* output) {
 // Normalises the counts by the gain codes in force. A calibrated unit takes the raw counts, as its
 // factors stand in for the slope correction.
 void store_measurement(const VD6281_Als_t& values, const SpectralSensorDevice& sensor,
-                       ALSResult* result) {
+                       bool calibrated, ALSResult* result) {
   float code[kChannels] = {};
   std::copy(std::begin(sensor.m_alsConfig.gainCode), std::end(sensor.m_alsConfig.gainCode), code);
   const float smallest = spectral::smallest_gain(
       values.channels, code, spectral::kHighestAlsGain / spectral::kFixedPointStep);
-  const std::uint32_t* count =
-      spectral::is_set(sensor.m_calibrationValid) ? values.raw_count : values.count;
+  const std::uint32_t* count = calibrated ? values.raw_count : values.count;
   for (int n = 0; n < kChannels; ++n) {
     result->value[n] = spectral::value_of(spectral::scale_count(count[n], code[n] / smallest));
   }
@@ -130,8 +118,26 @@ std::uint32_t spectral::configure_and_start(Facade& facade) {
   return working.exposureTime;
 }
 
+// With `wait`, reads each millisecond until a result is ready; a time-out and an abort by the ALS
+// enable flag are not errors. Without it, reads once, and a result that is not ready is an error.
+template <typename Facade>
+int spectral::read_als(Facade& facade, bool calibrated, bool wait, ALSResult* result) {
+  if (result == nullptr) return SPECTRAL_FAILED;
+  result->valid = 0;
+  for (int passes = wait ? kReadyPolls : 1; passes > 0; --passes) {
+    if (int status = read_once(facade, calibrated, wait, result)) return status;
+    if (result->valid != 0) return SPECTRAL_OK;
+    if (!wait) return SPECTRAL_FAILED;
+    std::this_thread::sleep_for(kPollPause);
+    if (!is_set(facade.m_alsEnableFlag)) break;
+  }
+  return SPECTRAL_OK;
+}
+
 template std::uint32_t spectral::configure_and_start(SpectralSensorDevice&);
 template std::uint32_t spectral::configure_and_start(SpectralSensor&);
+template int spectral::read_als(SpectralSensorDevice&, bool, bool, ALSResult*);
+template int spectral::read_als(SpectralSensor&, bool, bool, ALSResult*);
 
 int DeviceTraits::configure_als(Facade& facade, const ALSConfig& wanted, ALSConfig* actual) {
   VD6281_device* dev = facade.get_active_device();
@@ -179,14 +185,14 @@ int LayeredTraits::stop_als(Facade& facade) {
   return facade.m_als->Enable(false, SPECTRAL_ALS_SINGLE_SHOT);
 }
 
-int DeviceTraits::read_als(Facade& facade, ALSResult* result) {
+int DeviceTraits::read_als(Facade& facade, bool calibrated, ALSResult* result) {
   VD6281_Als_t values = {};
   unsigned char ready = 0;
   const int status = facade.VD6281_GetAlsValues(facade.m_alsChannelMask, &values, &ready);
-  if (status == SPECTRAL_OK && ready != 0) store_measurement(values, facade, result);
+  if (status == SPECTRAL_OK && ready != 0) store_measurement(values, facade, calibrated, result);
   return status;
 }
-int LayeredTraits::read_als(Facade& facade, ALSResult* result) {
+int LayeredTraits::read_als(Facade& facade, bool, ALSResult* result) {
   return facade.m_als->GetAlsValues(facade.m_alsConfig, result);
 }
 

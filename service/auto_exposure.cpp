@@ -11,6 +11,7 @@
 #include "platform/log.h"
 #include "service/als_capture.h"
 #include "service/auto_exposure_rule.h"
+#include "service/calibration.h"
 #include "spectral_status.h"
 
 using spectral::AlsProposal;
@@ -22,26 +23,35 @@ using spectral::LayeredTraits;
 namespace {
 
 constexpr std::uint32_t kReadOutTimeMs = 12;  // what the chip needs after the exposure
+constexpr std::chrono::milliseconds kLongestSleep{20};
 
-// Sleeps until the exposure has ended or the ALS enable flag is cleared.
+// Sleeps until the exposure has ended or the ALS enable flag is cleared. SetEnableFlag takes no
+// lock, so that its wake-up may fall between the test of the flag and the sleep and be lost: no
+// sleep is longer than a slice, after which the flag is tested again.
 template <typename Facade>
 void wait_for_exposure(Facade& facade, std::uint32_t exposure_us) {
-  const auto aborted = [&facade] { return !spectral::is_set(facade.m_alsEnableFlag); };
-  std::unique_lock<std::mutex> lock(facade.m_als_mtx);
-  if (aborted()) return;
+  using Clock = std::chrono::steady_clock;
   const std::chrono::milliseconds duration(exposure_us / 1000 + kReadOutTimeMs);
-  facade.m_als_cv.wait_until(lock, std::chrono::steady_clock::now() + duration, aborted);
+  std::unique_lock<std::mutex> lock(facade.m_als_mtx);
+  const Clock::time_point deadline = Clock::now() + duration;
+  while (spectral::is_set(facade.m_alsEnableFlag)) {
+    const Clock::time_point now = Clock::now();
+    if (now >= deadline) return;
+    facade.m_als_cv.wait_until(lock, std::min(deadline, now + kLongestSleep));
+  }
 }
 
 template <typename Facade>
 int capture(Facade& facade, SpectralSensorOutput* output) {
   if (output == nullptr) return SPECTRAL_FAILED;
   wait_for_exposure(facade, spectral::configure_and_start(facade));
+  // Looked at once, as the first Init(2) may validate the factors in the middle of a capture.
+  const bool calibrated = spectral::is_set(facade.m_calibrationValid);
   ALSResult measured = {};
-  int status = facade.ReadALS(&measured, false);
+  int status = spectral::read_als(facade, calibrated, false, &measured);
   facade.StopExpALS();
   if (status == SPECTRAL_OK) {
-    facade.CorrectALSRAW(&measured);
+    spectral::store_result(facade, calibrated, measured);
     ALSConfig proposal = facade.m_alsConfig;
     bool stable = false;
     status = facade.ALSAE(&measured, &proposal, &stable);

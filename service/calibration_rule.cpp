@@ -49,15 +49,15 @@ int channel_on_line(std::int64_t line) {
   return is_there ? kLineChannels[place] : -1;
 }
 
-std::optional<std::uint16_t> parse_reading(const std::string& line) {
+std::optional<std::uint16_t> parse_reading(const char* line) {
   const int saved_errno = errno;
   errno = 0;
   char* end = nullptr;
-  const long number = std::strtol(line.c_str(), &end, 0);
+  const long number = std::strtol(line, &end, 0);
   const bool out_of_range = errno == ERANGE || number < std::numeric_limits<int>::min() ||
                             number > std::numeric_limits<int>::max();
   errno = saved_errno;
-  if (end == line.c_str() || out_of_range) return std::nullopt;
+  if (end == line || out_of_range) return std::nullopt;
   return static_cast<std::uint16_t>(number);
 }
 

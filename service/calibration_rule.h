@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
 
 namespace spectral {
 
@@ -23,7 +22,7 @@ int channel_on_line(std::int64_t line);
 // The reading on a line: the low 16 bits of its number, which is decimal, hexadecimal (0x) or octal
 // (0) and may have blanks before and any text behind it. Nothing for a line without a number, or
 // with one that does not fit an int.
-std::optional<std::uint16_t> parse_reading(const std::string& line);
+std::optional<std::uint16_t> parse_reading(const char* line);
 
 // Whether all six readings are what a working unit gives, 100..50000.
 bool are_plausible(const std::uint16_t* reading);
