@@ -7,7 +7,6 @@ include(CMakePackageConfigHelpers)
 function(spectral_install_library)
   install(TARGETS spectralsensor spectralhost EXPORT spectralsensor
           LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  set_target_properties(spectralsensor PROPERTIES INSTALL_RPATH "$ORIGIN")
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/
           DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/spectralsensor FILES_MATCHING PATTERN "*.h")
 

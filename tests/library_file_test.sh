@@ -24,4 +24,10 @@ done
 readelf -dW "$library" | has 'FLAGS.*NOW' || complain "not bound at load (full RELRO)"
 readelf -lW "$library" | has GNU_RELRO || complain "no RELRO segment"
 if readelf -lW "$library" | has 'GNU_STACK.*RWE'; then complain "executable stack"; fi
+nm -D --undefined-only "$library" | has ' __stack_chk_fail(@|$)' || complain "no stack canaries"
+nm -D --undefined-only "$library" | has ' __[a-z]+_chk(@|$)' || complain "not built with _FORTIFY_SOURCE"
+readelf -dW "$library" | has 'RUNPATH.*\[\$ORIGIN\]' || complain "the RUNPATH is not \$ORIGIN alone"
+if readelf -hW "$library" | has AArch64; then
+  readelf -nW "$library" | has 'AArch64 feature: BTI, PAC' || complain "no BTI and PAC notes"
+fi
 exit $failed
