@@ -10,20 +10,31 @@
 
 #define ANALYSIS_EXPORT __attribute__((visibility("default")))
 
-// The samples, without their mean and under a Hann window, go through one real transform, whose
-// bins are one hertz apart. A tone is a bin that
-//   - is higher than its neighbours, and falls off to both sides as the window's main lobe does,
-//   - stands out of what lies just outside that lobe, which the ripple of steps in the light does
-//   not,
-//   - stands out of what the steps of the light leave: their spectrum falls with the frequency, and
-//   so
-//     is known from below the band,
-//   - stands out of the whole band's noise, so far that white noise hardly ever does.
-// Its frequency and amplitude come from the ratio of the two highest bins of its lobe.
+// The mean is subtracted from the samples, a Hann window is applied to them, and one real Fourier
+// transform gives their spectrum, whose bins are 1 Hz apart.
+//
+// The candidates for a tone are the eight highest local maxima of the band. A candidate is a tone
+// if all of these hold, by the margins that the constants below define:
+//
+// 1. Its power falls off to both sides as the main lobe of the window does.
+//
+// 2. Its power exceeds the mean power just outside that lobe, on the quieter side. The ripple that
+//    steps in the light cause in the spectrum stays below this margin.
+//
+// 3. Its power exceeds the power that steps in the light have at this frequency. The spectrum of a
+//    step falls with the frequency, and the bins below the band give an estimate of that power.
+//
+// 4. Its frequency rounds to 50 Hz or more, and its amplitude exceeds the rounding errors of the
+//    transform.
+//
+// 5. It is one of the three strongest candidates that are left, and its power exceeds the noise of
+//    the whole band by a factor that white noise hardly ever reaches.
+//
+// The frequency and the amplitude of a tone follow from the ratio of two bins of its lobe.
 
 namespace {
 
-constexpr int kSamples = 2000;  // one second
+constexpr int kSamples = 2000;  // in one second
 constexpr int kBins = kSamples / 2 + 1;
 constexpr int kLowestHz = 50;
 constexpr int kHighestHz = 1000;
@@ -31,22 +42,22 @@ constexpr int kTones = 3;
 
 constexpr float kLargestSample = 1e9f;
 
-// What makes a bin a tone, as ratios of power.
-constexpr float kAboveNoise = 16.0f;  // 950 bins of white noise: 950 e^-16 = 0.0001
+// The thresholds for a tone, as ratios of power unless stated otherwise.
+constexpr float kAboveNoise = 16.0f;  // 950 bins of white noise exceed it 950 e^-16 = 0.0001 times
 constexpr float kAboveSurroundings = 8.0f;
-constexpr float kAboveSteps = 16.0f;  // of three even steps the peaks are 9 times the middle
-constexpr float kLobeTail = 0.15f;    // two bins away, both sides: at most 0.05 without noise
-constexpr int kSurroundingsFrom = 3;  // bins away
+constexpr float kAboveSteps = 16.0f;  // the peaks of three equidistant steps are 9 times the median
+constexpr float kLobeTail = 0.15f;    // sum of both bins two away; at most 0.05 without noise
+constexpr int kSurroundingsFrom = 3;  // bins away from the peak
 constexpr int kSurroundingsTo = 5;
-constexpr int kLobe = 3;
-constexpr float kWeakest = 1e-4f;  // amplitude, of the samples' root mean square: above rounding
+constexpr int kLobe = 3;           // bins to each side that belong to a tone
+constexpr float kWeakest = 1e-4f;  // amplitude relative to the samples' RMS; above rounding errors
 
-constexpr int kFirstBin = 20;  // from here to the band the steps are known
+constexpr int kFirstBin = 20;  // the power of steps is estimated from here to the band
 constexpr int kStepBins = 25;
-constexpr int kPadding = kSurroundingsTo + 1;  // mirrored behind the last bin
+constexpr int kPadding = kSurroundingsTo + 1;  // bins mirrored beyond the last one
 
 constexpr int kCandidates = 8;
-constexpr int kLanes = 8;  // of sums, for the compiler to take at a time
+constexpr int kLanes = 8;  // partial sums that the compiler can vectorise
 
 struct Tone {
   int bin;
@@ -80,7 +91,7 @@ class Analysis {
 
   static bool is_good(float sample) { return std::fabs(sample) <= kLargestSample; }
 
-  // The mean of the good samples; the others are to count as this.
+  // The mean of the good samples. The other samples count as this mean.
   static float mean_of(const float* samples, bool* all_good) {
     float sums[kLanes] = {};
     float counts[kLanes] = {};
@@ -96,8 +107,8 @@ class Analysis {
     return count > 0.0f ? total(sums) / count : 0.0f;
   }
 
-  // Puts the samples less their mean, times the window, into m_windowed, and their mean square into
-  // m_mean_square.
+  // Stores the samples without their mean, times the window, in m_windowed, and the mean square of
+  // the samples without their mean in m_mean_square.
   void window_samples(const float* samples) {
     bool all_good = false;
     const float mean = mean_of(samples, &all_good);
@@ -138,7 +149,7 @@ class Analysis {
     m_band_power = total(sums);
   }
 
-  // The highest bins that are higher than their neighbours.
+  // Collects the highest local maxima of the band in m_candidate, in descending order.
   void find_candidates() {
     m_candidates = 0;
     float least = 0.0f;
@@ -155,7 +166,8 @@ class Analysis {
     }
   }
 
-  // Behind the last bin lies the mirror image of the first tone before it.
+  // The bins beyond the last one mirror those before it. They are not compared here, because a tone
+  // at the end of the band would be compared with its own mirror image.
   bool has_lobe_of_a_tone(int bin) const {
     const float behind = bin + 2 < kBins ? power(bin + 2) : 0.0f;
     return power(bin - 2) + behind < kLobeTail * power(bin);
@@ -172,7 +184,8 @@ class Analysis {
     return power(bin) * kCount > kAboveSurroundings * std::min(below, above);
   }
 
-  // What steps in the light leave at 1 Hz, as power; at n Hz it is the n-th part squared.
+  // Estimates the power that steps in the light have at 1 Hz. At n Hz their power is smaller by the
+  // factor n squared.
   float steps_at_1_hz() const {
     float scaled[kStepBins];
     for (int i = 0; i < kStepBins; ++i) {
@@ -183,9 +196,10 @@ class Analysis {
     return scaled[kStepBins / 2];
   }
 
-  // Of a tone between bins the neighbours tell where: by the Hann window's main lobe the ratio a of
-  // one to the highest puts it (2a - 1) / (a + 1) of a bin towards that one. The higher neighbour
-  // tells better; at the end of the band the lower one alone, as the mirror image is in the other.
+  // Locates a tone that lies between two bins. With a Hann window, if a is the ratio of a
+  // neighbour's amplitude to that of the highest bin, the tone lies (2a - 1) / (a + 1) of a bin
+  // towards that neighbour. The larger neighbour gives the better estimate. At the end of the band
+  // the bin before is always used, because the bin after contains the mirror image of the tone.
   Tone measure(int bin) const {
     const float before = power(bin - 1);
     const float after = power(bin + 1);
@@ -199,7 +213,7 @@ class Analysis {
     return {bin, hz, 4.0f / kSamples * std::sqrt(power(bin)) / lobe};
   }
 
-  // What the band holds beside these tones, as the power of one bin.
+  // The mean power per bin of the band without these tones.
   float noise_beside(const Tone* tones, int count) const {
     float rest = m_band_power;
     for (int i = 0; i < count; ++i) {

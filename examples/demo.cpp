@@ -1,5 +1,5 @@
-// Shows libspectralsensor reading light on the simulated phone: for each scene the captures until
-// the auto-exposure has settled.
+// Shows libspectralsensor on the simulated phone: for each scene, the ambient-light captures until
+// the auto-exposure has settled, and for each lamp, three flicker measurements.
 
 #include <algorithm>
 #include <cstdio>
@@ -17,7 +17,8 @@ namespace {
 
 constexpr int kMostCaptures = 12;
 constexpr char kModel[] = "tamberlo";
-// What this unit read under the factory's reference light; lines 7 to 13 count.
+// The factory file: lines 7 to 13 hold the readings of this unit under the factory's reference
+// light.
 constexpr char kFactoryFile[] = "\n\n\n\n\n\n1764\n3021\n1240\n8113\n0\n6350\n6511\n";
 const std::vector<std::string> kScenes = {"dark",     "candle",   "home",    "office",
                                           "overcast", "daylight", "sunlight"};
@@ -26,7 +27,8 @@ const std::vector<std::string> kLamps = {"mains-50hz", "mains-60hz", "pwm-300hz"
                                          "daylight"};
 constexpr int kFlickerMeasurements = 3;
 
-// The driver under a service, and what its unit of flicker gain is as a factor.
+// driver_of returns the driver beneath a service. gain_unit returns the factor by which the
+// service's flicker gain has to be multiplied to give the gain itself.
 SpectralSensorDevice* driver_of(SpectralSensorDevice* sensor) { return sensor; }
 SpectralSensorDevice* driver_of(SpectralSensor* sensor) { return sensor->m_device; }
 float gain_unit(const SpectralSensorDevice*) { return 1.0f / 256; }
@@ -45,13 +47,13 @@ class Demo {
   Demo& operator=(const Demo&) = delete;
 
   bool show_all() {
-    if (m_sensor->Init(SPECTRAL_MODE_ALS) != 0) return false;
+    if (m_sensor->Init(SPECTRAL_MODE_ALS) != SPECTRAL_OK) return false;
     show_unit();
     std::printf(
         "\nAMBIENT LIGHT. For each scene Process(1) until the auto-exposure keeps its setting.\n");
     bool ok = true;
     for (const std::string& scene : kScenes) ok = ok && show_scene(scene);
-    ok = ok && m_sensor->Init(SPECTRAL_MODE_FLICKER) == 0;
+    ok = ok && m_sensor->Init(SPECTRAL_MODE_FLICKER) == SPECTRAL_OK;
     std::printf(
         "\nFLICKER. For each lamp Process(2), three times: a gain search, a second of samples and "
         "their\n"
@@ -85,7 +87,7 @@ class Demo {
         "  capture  exposure         gain of channel            channel values (calibrated)\n");
     std::printf(
         "                ms     0     1     3     4          0         1         3         4\n");
-    m_sensor->m_alsConfig = ALSConfig{};  // as a sensor just created starts
+    m_sensor->m_alsConfig = ALSConfig{};  // the state of a sensor just created
     ALSConfig before;
     for (int i = 1; i <= kMostCaptures; ++i) {
       const ALSConfig used = m_sensor->m_alsConfig;
@@ -94,7 +96,8 @@ class Demo {
         return true;
       }
       SpectralSensorOutput output{};
-      if (m_sensor->Process(SPECTRAL_MODE_ALS, &output) != 0 || output.als.valid == 0) return false;
+      if (m_sensor->Process(SPECTRAL_MODE_ALS, &output) != SPECTRAL_OK) return false;
+      if (output.als.valid == 0) return false;
       print_capture(i, output.als);
       before = used;
     }
@@ -107,10 +110,10 @@ class Demo {
     std::printf("\n%s: %s\n", name.c_str(), spectralsim::Scene::description(name).c_str());
     std::printf(
         "  measurement  channel   gain    100 Hz    120 Hz   dominant          secondary\n");
-    m_sensor->m_flkTrack = FlickerTrack{};  // as a sensor just created starts
+    m_sensor->m_flkTrack = FlickerTrack{};  // the state of a sensor just created
     for (int i = 1; i <= kFlickerMeasurements; ++i) {
       SpectralSensorOutput output{};
-      if (m_sensor->Process(SPECTRAL_MODE_FLICKER, &output) != 0) return false;
+      if (m_sensor->Process(SPECTRAL_MODE_FLICKER, &output) != SPECTRAL_OK) return false;
       print_flicker(i, output.flicker);
     }
     return true;
@@ -130,7 +133,7 @@ class Demo {
     std::printf("\n");
   }
 
-  // Where the analysis finds no tone its -1 comes through.
+  // A frequency of -1 or 0 means that the measurement reports none.
   static bool is_frequency(std::uint32_t hz) { return hz != 0 && hz != 0xFFFFFFFF; }
 
   static void print_frequency(std::uint32_t hz, std::uint32_t strength) {

@@ -1,6 +1,7 @@
 #pragma once
 
-// The one way to the log. Macros, so that the compiler checks every format against its arguments.
+// All log lines are written by these macros. They are macros and not functions so that the compiler
+// checks every format against its arguments.
 
 #include "platform/android.h"
 

@@ -15,27 +15,28 @@ using spectral::Register;
 
 namespace {
 
-// The amplifier's gain behind each code 1..15; no other code passes light.
+// The amplifier's gain for each code 1..15. With any other code no light is measured.
 constexpr double kGainOfCode[] = {0.0, 66.67, 50.0, 33.33, 25.0, 16.67, 10.0, 7.14,
                                   5.0, 3.33,  2.5,  1.67,  1.25, 1.0,   0.83, 0.71};
 
 constexpr double kExposureStepMs = 1.6;
 constexpr std::int64_t kExposureStepNs = 1600000;
 constexpr std::int64_t kPeriodStepNs = 20500000;
-constexpr double kCountsPerStep = 910.0;  // what the converter holds at most in a step
+constexpr double kCountsPerStep = 910.0;  // the converter's limit in each exposure step
 constexpr double kFullScale = 65535.0;
-constexpr double kFractions = 256.0;  // of a count, in the 24 bits
+constexpr double kFractions = 256.0;  // units of the 24-bit result in a count
 
 constexpr std::uint8_t kCut20Revision = 0xBA;
 
-// The flicker path saturates at the same light as the ALS converter, where a sample is at its
-// highest.
-constexpr double kFlickerLimit = kCountsPerStep / kExposureStepMs;  // counts a millisecond
+// The flicker path saturates at the same light as the ALS converter; a sample then has its highest
+// value.
+constexpr double kFlickerLimit = kCountsPerStep / kExposureStepMs;  // counts per millisecond
 constexpr double kHighestSample = 32767.0;
 constexpr int kPedestalStep = 16;
-constexpr double kFlickerNoise = 4.0;  // of a sample, at full noise
+constexpr double kFlickerNoise = 4.0;  // standard deviation of a sample where the noise is set to 1
 
-// The detector looks this far for saturation; its counters run at 16 kHz to these ends.
+// The detector looks for saturated samples in a window of this length. Its tick counter runs at
+// 16 kHz; the tick and the period counter have these limits.
 constexpr std::int64_t kSaturationWindowNs = 40 * kNsPerMs;
 constexpr int kSaturationSamples = 80;
 constexpr double kTicksPerSecond = 16000.0;
@@ -185,7 +186,8 @@ void Chip::start_als(bool synchronous) {
   m_result_due_ns = m_clock->now_ns() + m_exposure_ns;
 }
 
-// Brings the results up to now. A result nobody took is replaced by the next.
+// Completes the measurements that are due by now. A newer result replaces one that was not
+// acknowledged.
 void Chip::finish_measurements() {
   if (!m_als_runs) return;
   const std::int64_t now_ns = m_clock->now_ns();
@@ -223,17 +225,18 @@ double Chip::measured_counts(int channel, double from_ms, double to_ms) {
   return std::clamp(counts, 0.0, limit);
 }
 
-// Noise of this size, by the chip's part of it.
+// A random deviation with the standard deviation `size`, scaled by the noise setting.
 double Chip::noisy(double size) {
   if (m_noise <= 0.0) return 0.0;
-  double normal = -6.0;  // sum of twelve even numbers: near enough, and the same everywhere
+  double normal = -6.0;  // a sum of twelve uniform numbers is close to normal, and portable
   for (int i = 0; i < 12; ++i) normal += static_cast<double>(m_random() >> 11) * 0x1p-53;
   return m_noise * size * normal;
 }
 
 bool Chip::flicker_runs() const { return (at(Register::kFlickerControl) & reg::kFlickerRun) != 0; }
 
-// Light on the selected channel times its gain, as a part of what the path holds.
+// The light on the selected channel times the channel's gain, relative to the level at which the
+// flicker path saturates.
 double Chip::flicker_level(std::int64_t from_ns, std::int64_t to_ns) const {
   const int select = (at(Register::kFlickerControl) & reg::kFlickerSelectAndRun) >> 1;
   const int channel = select == 1 ? kChannels - 1 : select - 2;
@@ -254,8 +257,10 @@ std::int16_t Chip::flicker_sample(std::int64_t from_ns, std::int64_t to_ns) {
   return static_cast<std::int16_t>(std::clamp(sample, 0.0, kHighestSample));
 }
 
-// The counters as they stand now: saturated samples of the light from now on, then ticks, periods
-// and good cycles of the strongest frequency since the start, until one of the first two is full.
+// Returns one of the detector's registers. The first two hold the saturation counter, which counts
+// saturated samples in the window that begins now. The others hold the ticks, periods and good
+// cycles of the scene's strongest frequency since the start of the measurement. They stop when the
+// tick or the period counter is full; the good cycles are 0 until then.
 std::uint8_t Chip::read_detector(std::uint8_t address) const {
   if (!flicker_runs()) return 0;
   const std::int64_t now_ns = m_clock->now_ns();

@@ -1,6 +1,6 @@
 #pragma once
 
-// The simulated VD6281: 256 registers with the behaviour behind them.
+// The simulated VD6281: its 256 registers and their behaviour.
 
 #include <array>
 #include <cstdint>
@@ -17,37 +17,40 @@ namespace spectralsim {
 
 enum class Cut { k2_0, k2_1, k2_2 };
 
-// Answers a read of a register in the powered chip's place, with more than the register's eight
-// bits if it likes; nothing where the chip is to answer. It must not use the phone.
+// A function that answers the read of a register in place of the powered chip. Its answer may be
+// wider than the register's eight bits; an empty answer leaves the read to the chip. It is called
+// under the kernel's lock, so it must not use the phone.
 using RegisterSource = std::function<std::optional<std::uint32_t>(std::uint8_t address)>;
 
 class __attribute__((visibility("default"))) Chip {
  public:
   explicit Chip(const Clock* clock);
 
-  // What the test bench sets.
+  // Settings of the test bench.
 
   Chip& cut(Cut cut);
   Chip& identify(std::uint8_t device_id, std::uint8_t revision_id);
   Chip& otp(const Otp& otp);
-  // On which read of the OTP status after a load it first shows ready; 0 = never.
+  // Sets how many times the OTP status has to be read after a load until it shows ready; with 0 it
+  // never does.
   Chip& otp_ready_on_read(int nth);
   Chip& scene(const Scene& scene);
-  // Noise of a count, as a part of its square root (0 = none), and the seed it is drawn from.
+  // Sets the standard deviation of a count's noise as a fraction of the count's square root (0 = no
+  // noise), and the seed of the random numbers.
   Chip& noise(double part, std::uint64_t seed);
-  // Makes every read of a register answer this value, whatever the chip does.
+  // Makes every read of the register return this value, whatever the chip does.
   Chip& pin(std::uint8_t address, std::uint8_t value);
   Chip& unpin(std::uint8_t address);
 
   bool powered() const { return m_powered; }
-  // The register as it is, without the effects of reading it.
+  // The stored value of the register, without the effects of a read.
   std::uint8_t peek(std::uint8_t address) const { return m_registers[address]; }
 
-  // What the sensor hub takes: one sample of the running flicker measurement, with its channel's
-  // gain, the converter's limit and the pedestal; 0 while none runs.
+  // One sample of the running flicker measurement for the sensor hub, with the channel's gain, the
+  // pedestal and the converter's limit applied; 0 while no flicker measurement runs.
   std::int16_t flicker_sample(std::int64_t from_ns, std::int64_t to_ns);
 
-  // What the kernel driver does. A chip without power answers nothing.
+  // Accesses by the kernel driver. Without power, read() returns nothing and write() returns false.
 
   void power(bool on);
   std::optional<std::uint8_t> read(std::uint8_t address);
@@ -79,7 +82,7 @@ class __attribute__((visibility("default"))) Chip {
 
   bool m_powered = false;
   std::array<std::uint8_t, 256> m_registers = {};
-  int m_otp_status_reads = -1;  // since the load; -1 = no load
+  int m_otp_status_reads = -1;  // since the load; -1 = not loaded
   bool m_als_runs = false;
   bool m_synchronous = false;
   bool m_result_waits = false;

@@ -9,15 +9,15 @@ namespace spectralsim {
 
 namespace {
 
-// What the virtual clocks show when the phone's life begins: up for 20 minutes, 5 of them awake, in
-// the night of 1 January 2025.
+// The virtual clocks at the creation of a phone: it was started 20 minutes ago and has been awake
+// for 5 of them, and the date is 1 January 2025, 00:00 UTC.
 constexpr std::int64_t kMonotonicStart = 300 * kNsPerSecond;
 constexpr std::int64_t kBootStart = 1200 * kNsPerSecond;
 constexpr std::int64_t kRealtimeStart = 1735689600 * kNsPerSecond;
 
 std::int64_t to_ns(const timespec& time) { return time.tv_sec * kNsPerSecond + time.tv_nsec; }
 
-// Start of a system clock in virtual time, or -1.
+// The time of a system clock at the start of virtual time, or -1 for a clock without virtual time.
 std::int64_t start_of(clockid_t id) {
   switch (id) {
     case CLOCK_REALTIME:

@@ -1,7 +1,7 @@
 #pragma once
 
-// The simulated phone's time: the real clock, or a virtual one on which every sleep, timed wait and
-// clock read of the process takes no time and is exact.
+// The simulated phone's time. It follows the real clock, or a virtual clock with which the sleeps,
+// timed waits and clock reads of the process take no real time and are exact.
 
 #include <time.h>
 
@@ -21,25 +21,27 @@ class __attribute__((visibility("default"))) Clock {
   bool is_virtual() const { return m_virtual; }
   void set_virtual(bool on) { m_virtual = on; }
 
-  // Nanoseconds since the phone began, on either time.
+  // Nanoseconds since the phone was created, in real or virtual time.
   std::int64_t now_ns() const;
 
-  // The virtual reading of one of the system's clocks; false for one that has none (CPU time).
+  // Stores the virtual time of one of the system's clocks in `reading`. Returns false for a clock
+  // without virtual time, such as one of CPU time.
   bool read(clockid_t id, timespec* reading) const;
 
-  // Virtual time only: runs `action` once, on the thread whose sleep or timed wait passes `at_ns`
-  // from now, which then counts as woken. What another thread would do in the middle of a wait is
-  // done so, at an exact time.
+  // Virtual time only: runs `action` once, `delay_ms` from now, on the thread whose sleep or timed
+  // wait passes that time. A timed wait then counts as woken. A test uses this to do at an exact
+  // time, in the middle of a wait, what another thread would do.
   void after_ms(std::int64_t delay_ms, std::function<void()> action);
 
-  // Virtual time only: passes to `deadline_ns` or, if one is due before, to the next action, which
-  // it runs. Returns whether an action ran. No lock of the simulator may be held.
+  // Virtual time only: moves the time to `deadline_ns` or, if an action is due by then, to the next
+  // action, and runs that action. Returns whether an action ran. The caller must hold no lock of
+  // the simulator.
   bool advance_to(std::int64_t deadline_ns);
 
-  // Lets all of `duration_ns` pass, on either time.
+  // Returns when all of `duration_ns` has passed, in real or virtual time.
   void sleep_ns(std::int64_t duration_ns);
 
-  // The phone's time, in now_ns, at which the system's clock `id` shows `when`.
+  // Virtual time only: the value of now_ns() at which the system's clock `id` shows `when`.
   std::int64_t when_ns(clockid_t id, const timespec& when) const;
 
  private:
@@ -48,7 +50,8 @@ class __attribute__((visibility("default"))) Clock {
   bool m_virtual = true;
   std::int64_t m_real_start_ns = real_ns();
   mutable std::mutex m_mutex;
-  // Written under the lock, read without: an allocator may look at the clock, within the lock too.
+  // Written under the lock but read without it, because an allocator may read the clock, also while
+  // the lock is held.
   std::atomic<std::int64_t> m_virtual_now_ns{0};
   std::multimap<std::int64_t, std::function<void()>> m_actions;
 };

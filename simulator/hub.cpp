@@ -20,7 +20,7 @@ constexpr int kSamplesPerPayload = 20;
 constexpr std::size_t kRecordSize = 8;
 constexpr std::int64_t kVsyncNs = 33333333;
 constexpr std::size_t kVsyncPayload = 16;
-constexpr std::size_t kAtOnce = 16384;      // bytes ahead of the reader
+constexpr std::size_t kAtOnce = 16384;      // bytes that wait for the reader
 constexpr std::int64_t kMostBehind = 1000;  // payloads that the hub keeps for a late reader
 
 void put(std::string* bytes, std::uint64_t value, int size) {
@@ -109,7 +109,8 @@ void Hub::append(std::uint16_t id, std::int64_t now_ns, const std::string& paylo
   m_pending += packet(id, m_sequence[id]++, static_cast<std::uint64_t>(now_ns), payload);
 }
 
-// What a reader that comes too late will never see.
+// Drops the oldest payloads if the reader is too far behind. The sequence numbers count them
+// nevertheless.
 void Hub::drop_oldest(std::int64_t now_ns) {
   const std::int64_t dropped = (now_ns - m_next_payload_ns) / kPayloadNs - kMostBehind;
   if (dropped <= 0) return;

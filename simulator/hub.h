@@ -14,35 +14,38 @@ namespace spectralsim {
 
 class __attribute__((visibility("default"))) Hub {
  public:
-  // What the test bench sets; all of it is off at first.
+  // Settings of the test bench; all are off at first.
 
-  // Delivers everything at once instead of a payload every 10 ms.
+  // Sends packets as fast as they are read, instead of one payload every 10 ms.
   Hub& at_once(bool on);
   // Drops every n-th flicker packet.
   Hub& lose_every(int nth);
-  // Puts a packet of this id, with a payload of this length, behind every flicker packet.
+  // Sends a packet with this id and a payload of this length after every flicker packet.
   Hub& insert(std::uint16_t id, std::uint16_t length);
   // Sends bytes that are no packet after this many flicker packets.
   Hub& garbage_after(int packets);
-  // Ends the stream after this many bytes, whatever they cut through.
+  // Ends the stream after this many bytes, even in the middle of a packet.
   Hub& end_after(std::size_t bytes);
-  // Sends nothing for this long after this many flicker packets, then goes on.
+  // Pauses for this long after this many flicker packets.
   Hub& stall_after(int packets, std::int64_t duration_ms);
-  // Sends these bytes and ends, instead of a stream of its own.
+  // Sends these bytes in place of generated packets and then ends the stream. It cancels an earlier
+  // end_after().
   Hub& send(std::string bytes);
 
-  // What the kernel's side does.
+  // Accesses by the kernel.
 
   using Sampler = std::function<std::int16_t(std::int64_t from_ns, std::int64_t to_ns)>;
 
   void route(bool on);
-  // Starts or stops the stream of a sensor; false for one the hub does not know under this id.
+  // set_up() starts and terminate() stops the stream of a sensor. Both return false for a sensor
+  // that the hub does not have under this tunnel id; set_up() also does so without a route.
   bool set_up(std::uint32_t sensor_code, std::uint32_t tunnel_id, std::int64_t now_ns);
   bool terminate(std::uint32_t sensor_code, std::uint32_t tunnel_id);
-  // Up to `size` bytes of what has been sent by now.
+  // Copies up to `size` bytes of what has been sent by `now_ns` into `buffer` and returns their
+  // number.
   std::size_t read(void* buffer, std::size_t size, std::int64_t now_ns, const Sampler& sample);
   bool has_ended() const;
-  // When there is more to read.
+  // The time of the next payload.
   std::int64_t next_due_ns() const { return m_next_payload_ns; }
 
   // A packet as the hub sends it.

@@ -24,11 +24,11 @@ constexpr char kUnparsedFilePath[] = "/data/unparsed_flicker_data";
 constexpr char kDumpFilePath[] = "/data/flicker_data.wav";
 constexpr char kNoFile[] = "/nonexistent/libzelk_flicker.so";
 constexpr std::uint32_t kMostRegisters = 32;
-constexpr unsigned long kHighestRegisterWrite = 0xFFFF;  // address and value
+constexpr unsigned long kHighestRegisterWrite = 0xFFFF;  // address byte, value byte
 
 std::atomic<Kernel*> g_current{nullptr};
 
-// As the kernel's number parser does: the whole text, which may end in a newline, and no more.
+// Parses a text as the kernel does: it has to consist of one number, which a newline may follow.
 std::optional<unsigned long> number_of(const char* text) {
   if (text[0] < '0' || text[0] > '9') return std::nullopt;
   char* end = nullptr;
@@ -116,7 +116,8 @@ Kernel::~Kernel() {
   for (const auto& [node, fd] : m_backing) syscall(SYS_close, fd);
 }
 
-// The file that keeps what is written to a dump file, or read from the factory file.
+// Returns the descriptor of the memory file behind a node. It holds what is written to a dump file,
+// or what is read from the factory file; behind the other nodes it stays empty.
 int Kernel::backing_file(Node node) {
   const auto known = m_backing.find(node);
   if (known != m_backing.end()) return known->second;
@@ -125,8 +126,8 @@ int Kernel::backing_file(Node node) {
   return fd;
 }
 
-// A real descriptor stands for the phone's, so that its number is nobody else's: of the file that
-// backs it, or of an empty one.
+// Opens the file behind the node. The phone's descriptors are real ones, so that no other file of
+// the process gets the same number.
 int Kernel::open_descriptor(Node node, bool truncate) {
   const int backing = backing_file(node);
   if (backing < 0) return -1;
@@ -178,7 +179,7 @@ int Kernel::close(int fd) {
   return result;
 }
 
-// A read of the tunnel sleeps until the hub has sent something; the lock is free meanwhile.
+// A read of the tunnel sleeps until the hub has sent something. The lock is released meanwhile.
 long Kernel::serve_tunnel(void* buffer, std::size_t size) {
   const auto sample = [this](std::int64_t from_ns, std::int64_t to_ns) {
     return m_chip.flicker_sample(from_ns, to_ns);

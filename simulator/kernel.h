@@ -1,7 +1,7 @@
 #pragma once
 
-// The kernel's side of the phone: its nodes and files by descriptor, the faults and the trace. The
-// preempted system calls end here.
+// The kernel's side of the phone: its nodes and files by descriptor, the faults and the trace. It
+// serves the preempted system calls.
 
 #include <sys/types.h>
 
@@ -25,8 +25,8 @@
 
 namespace spectralsim {
 
-// Marks what happens inside the simulator on this thread, so that a test can tell it from the
-// library.
+// Marks this thread as running inside the simulator while the object exists, so that a test can
+// distinguish the simulator's activity from the library's.
 class Inside {
  public:
   Inside() { ++depth(); }
@@ -58,26 +58,28 @@ class Kernel {
   static Node node_of_path(const char* path);
   Node node_of_fd(int fd) const;
 
-  // As the system calls of these names: a result, or -1 with errno set.
+  // Like the system calls of the same names, these return a result, or -1 and set errno.
   int open(Node node, bool truncate = false);
   int close(int fd);
   ssize_t read(int fd, void* buffer, std::size_t size);
   ssize_t write(int fd, const void* buffer, std::size_t size);
   int ioctl(int fd, unsigned long request, void* argument);
-  // The file behind this descriptor, which the C library itself closes, is the phone's no more.
-  // The result of the close.
+  // Closes the phone's file but leaves the descriptor, which the C library closes itself. Returns
+  // the result of the close.
   int forget(int fd);
 
-  // The tunnel's stream by its descriptor: what the C library does not know of a stream of ours.
+  // The descriptor behind a stream that the simulator has made. The C library does not know the
+  // descriptor of such a stream.
   void add_stream(const void* stream, int fd);
-  int fd_of_stream(const void* stream) const;  // -1 for any other
+  int fd_of_stream(const void* stream) const;  // -1 for any other stream
 
   void log(int priority, const char* tag, const char* text);
 
-  // The file to load for the analysis library's path, as chosen; the path itself for none.
+  // Returns the file to load in place of the analysis library's path: the one that set_analysis
+  // chose, or `path` itself if it chose none. If a fault strikes, the file returned does not exist.
   std::string load_analysis(const char* path);
 
-  // Everything below acts under the kernel's lock, from any thread.
+  // The functions below may be called from any thread.
   void add_fault(const Fault& fault);
   void set_fault_source(FaultSource source);
   void set_register_source(RegisterSource source);
@@ -85,7 +87,7 @@ class Kernel {
   void set_present(Node node, bool present);
   void set_file(const std::string& content);
   void set_model(std::optional<std::string> model);
-  void set_analysis(std::optional<std::string> path);  // nothing: there is none
+  void set_analysis(std::optional<std::string> path);  // empty: the path itself
   std::string dumped(Node node) const;
   std::optional<std::string> model() const;
   Trace trace() const;
@@ -96,11 +98,11 @@ class Kernel {
  private:
   static constexpr std::size_t kMaxFd = 4096;
 
-  // The fault that strikes this access, if one does, when its delay has passed; nothing where it
-  // was only late. The lock is free meanwhile.
+  // Returns the fault that strikes this access, after the fault's delay. Returns nothing if no
+  // fault strikes it or the fault is only a delay. The lock is released during the delay.
   std::optional<Fault> strike(Call call, Node node, int address);
   Event event_on(Call call, int fd) const;
-  // Traces the event with its result, and returns that with errno as it was.
+  // Adds the event with its result to the trace and returns the result. It does not change errno.
   long finish(Event event, long result);
   int open_descriptor(Node node, bool truncate);
   long serve_read(const Event& event, void* buffer, std::size_t size);
@@ -110,7 +112,7 @@ class Kernel {
   long read_registers(VD6281_Transfer_t* block, Event* event);
   long tunnel_request(unsigned long request, const std::uint32_t* words, Event* event);
 
-  // The lock, and the mark.
+  // Holds the kernel's lock and marks the thread as inside the simulator.
   struct Entry {
     explicit Entry(std::mutex& mutex) : lock(mutex) {}
     Inside inside;
@@ -130,7 +132,7 @@ class Kernel {
   std::optional<std::string> m_analysis;
   Hub m_hub;
   std::map<const void*, int> m_streams;
-  std::map<Node, int> m_backing;  // descriptors of the files that the phone keeps
+  std::map<Node, int> m_backing;  // descriptors of the files behind the nodes
   bool m_keep_trace = true;
   Trace m_trace;
 };

@@ -6,13 +6,13 @@
 
 namespace spectralsim {
 
-// The function that a preempted symbol stands in front of, looked up at the first call. Constant
-// from load on, as calls may come before any initialiser has run.
+// The original function behind a symbol that the simulator preempts. It is looked up at the first
+// call. The constructor is constexpr because calls may come before any initialiser has run.
 template <typename Function>
 class Next {
  public:
-  // Where a symbol has an older version that a plain look-up may find first, `version` names the
-  // current one.
+  // `version` is the current version of a symbol that also has an older one, which a look-up
+  // without a version might find.
   constexpr explicit Next(const char* name, const char* version = nullptr)
       : m_name(name), m_version(version) {}
 

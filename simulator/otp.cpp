@@ -9,11 +9,11 @@ using spectral::Register;
 
 namespace {
 
-// Fields that share a register with others.
+// Registers that several fields share, and the number of registers that hold the UID alone.
 constexpr std::uint8_t kColorMapAndTrim =
     address_of(Register::kOtpBank0 + 6);  // map in bits 7..5, trim bits 8..4
 constexpr std::uint8_t kTrimLow = address_of(Register::kOtpBank0 + 7);  // trim bits 3..0
-constexpr int kWholeUidRegisters = 6;  // then five bits above the version
+constexpr int kWholeUidRegisters = 6;  // the UID's other five bits stand above the version
 constexpr std::uint8_t kVersion = address_of(Register::kOtpBank1 + 6);   // bits 2..0
 constexpr std::uint8_t kOsc2Trim = address_of(Register::kOtpBank1 + 7);  // bits 3..0
 

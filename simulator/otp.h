@@ -11,7 +11,7 @@ class __attribute__((visibility("default"))) Otp {
  public:
   using Registers = std::array<std::uint8_t, 16>;  // 0x5B..0x6A
 
-  Otp() = default;  // layout version 5, everything else neutral
+  Otp() = default;  // layout version 5; all other fields are neutral
   explicit Otp(const Registers& registers) : m_registers(registers) {}
 
   Otp& version(unsigned int value);                    // 0..7
@@ -19,7 +19,7 @@ class __attribute__((visibility("default"))) Otp {
   Otp& color_map(unsigned int value);                  // 0..7
   Otp& osc_trim(unsigned int value);                   // 9 bits
   Otp& osc2_trim(unsigned int value);                  // 4 bits
-  Otp& uid_bits(std::uint64_t value);                  // 53 bits, of the unit alone
+  Otp& uid_bits(std::uint64_t value);                  // the 53 bits of the UID besides the version
   Otp& raw(std::uint8_t address, std::uint8_t value);  // one register, 0x5B..0x6A
 
   const Registers& registers() const { return m_registers; }

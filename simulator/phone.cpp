@@ -11,7 +11,7 @@ namespace spectralsim {
 
 namespace {
 
-// Our own analysis library, beside this one.
+// The path of the project's own analysis library, in the folder of this library.
 std::string own_analysis_library() {
   Dl_info here = {};
   dladdr(reinterpret_cast<const void*>(&own_analysis_library), &here);

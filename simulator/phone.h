@@ -6,10 +6,10 @@
 //   phone.chip().cut(spectralsim::Cut::k2_0);
 //   phone.fail(spectralsim::Fault::register_write().at(0x2E));
 //   ... use SpectralSensorDevice ...
-//   phone.trace();                            // what it did
+//   phone.trace();                            // the calls it has made
 //
 // A program links libspectralsim ahead of everything else, so that the library's system calls and
-// Android calls meet the phone; without a phone they pass through.
+// Android calls reach the phone. While there is no phone they pass through.
 
 #include <memory>
 #include <string>
@@ -25,7 +25,7 @@ namespace spectralsim {
 
 class Kernel;
 
-// The phone that the process runs on, from construction to destruction; one at a time.
+// The phone that the process runs on while the object exists. Only one can exist at a time.
 class __attribute__((visibility("default"))) Phone {
  public:
   Phone();
@@ -37,10 +37,10 @@ class __attribute__((visibility("default"))) Phone {
   Clock& clock();
   Hub& hub();
 
-  // Puts a scene in front of the sensor: a built-in one, or a JSON file by its path.
+  // Puts a scene in front of the sensor: a built-in one by its name, or a JSON file by its path.
   Phone& scene(const std::string& name);
 
-  // Lets a node be missing, or be there again.
+  // remove() takes a node away from the phone, and restore() puts it back.
   Phone& remove(Node node);
   Phone& restore(Node node);
   Phone& remove_sensor();  // all of its nodes
@@ -50,28 +50,29 @@ class __attribute__((visibility("default"))) Phone {
   // The factory calibration file; a phone has none at first.
   Phone& factory_file(const std::string& content);
 
-  // What stands at the analysis library's path: at first our own analysis library, where it has
-  // been built beside the simulator; a file of your choice; or nothing.
+  // analysis_library() replaces the file at the analysis library's path, and
+  // remove_analysis_library() removes it. At first the file is the project's own analysis library,
+  // if that has been built beside the simulator.
   Phone& analysis_library(const std::string& path);
   Phone& remove_analysis_library();
 
-  // What has been written to one of the phone's dump files.
+  // The contents of one of the phone's dump files.
   std::string dumped(Node node) const;
 
   Phone& fail(const Fault& fault);
   Phone& fail_as(FaultSource source);
-  Phone& heal();  // no faults any more
-  // Answers register reads in the chip's place; null leaves them to the chip again.
+  Phone& heal();  // removes all faults
+  // Lets `source` answer register reads in place of the chip; null leaves them to the chip again.
   Phone& answer_registers(RegisterSource source);
 
   Trace trace() const;
   Phone& clear_trace();
   Phone& keep_trace(bool on);  // on at first
-  // The trace as lines, of everything or of the log alone.
+  // The trace as lines: the whole trace, or only its log lines.
   std::vector<std::string> events() const;
   std::vector<std::string> log() const;
 
-  // Whether this thread is inside the simulator just now.
+  // Whether this thread runs inside the simulator now.
   static bool is_inside();
 
   // Descriptors of the phone's nodes that are open now.

@@ -1,6 +1,6 @@
-// The Android calls that stand in front of the platform's: log lines go into the trace and on to
-// the log, the phone's model is answered here. The boot clock needs nothing: it is read through
-// libc.
+// Preempts the Android calls of the platform. Log lines are added to the trace and passed on to the
+// log, and the property with the phone's model is answered here. The boot clock is not preempted,
+// because the platform reads it through libc.
 
 #include <cstdarg>
 #include <cstdio>

@@ -1,4 +1,5 @@
-// dlopen, in front of libc's: the analysis library's path finds what the phone has there.
+// Preempts libc's dlopen: for the analysis library's path it loads the file that the phone has
+// there.
 
 #include <dlfcn.h>
 

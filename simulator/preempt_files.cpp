@@ -1,5 +1,5 @@
-// The file calls that stand in front of libc's: the phone's nodes go to the simulated kernel,
-// everything else passes through.
+// Preempts the file calls of libc. Calls on the phone's nodes go to the simulated kernel; all
+// others pass through.
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -24,7 +24,8 @@ using spectralsim::Node;
 
 namespace {
 
-// The phone's answer to an open of this path; nothing where it is not the phone's.
+// Opens the path on the phone and returns the result; returns nothing if the path is not the
+// phone's.
 std::optional<int> open_on_phone(const char* path) {
   Kernel* kernel = Kernel::current();
   const Node node = Kernel::node_of_path(path);
@@ -41,8 +42,8 @@ int close_stream(void* cookie) {
   return static_cast<int>(syscall(SYS_close, *fd));
 }
 
-// The C library reads its own streams by system calls that nobody can stand in front of, so those
-// that the phone is read by are ours.
+// Makes a stream that reads the descriptor through read(). The C library reads its own streams by
+// system calls that cannot be preempted.
 FILE* stream_of(Kernel* kernel, int fd, const char* mode) {
   cookie_io_functions_t functions = {};
   functions.read = read_stream;
@@ -74,7 +75,8 @@ Kernel* kernel_of(int fd) {
 
 bool takes_mode(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
 
-// Opens on the phone, or passes on: `pass(mode)`, with the mode that stands behind the flags.
+// Opens the path on the phone or, if it is not the phone's, calls `pass(mode)` with the mode that
+// follows the flags in the arguments.
 template <typename Pass>
 int open_or_pass(const char* path, int flags, va_list arguments, Pass pass) {
   const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
@@ -116,7 +118,7 @@ SIM_PREEMPTS int openat(int directory, const char* path, int flags, ...) {
   return fd;
 }
 
-// What open and open64 become under _FORTIFY_SOURCE.
+// Programs that are built with _FORTIFY_SOURCE call these in place of open and open64.
 SIM_PREEMPTS int __open_2(const char* path, int flags) { return open(path, flags); }
 SIM_PREEMPTS int __open64_2(const char* path, int flags) { return open64(path, flags); }
 

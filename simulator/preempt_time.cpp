@@ -1,5 +1,5 @@
-// The sleeps, timed waits and clock reads that stand in front of libc's: on virtual time they
-// follow the phone's clock, on real time they pass through.
+// Preempts the sleeps, timed waits and clock reads of libc. In virtual time they follow the phone's
+// clock; in real time they pass through.
 
 #include <pthread.h>
 #include <sys/time.h>
@@ -29,8 +29,8 @@ Clock* virtual_clock() {
 
 std::int64_t to_ns(const timespec& time) { return time.tv_sec * kNsPerSecond + time.tv_nsec; }
 
-// A condition's timed wait, without its lock: an action of the clock that runs meanwhile counts as
-// a wake-up, whether it signalled the condition or not.
+// Waits on a condition with the mutex released. An action of the clock that runs during the wait
+// counts as a wake-up, whether it signalled the condition or not.
 int wait_virtually(Clock* clock, pthread_mutex_t* mutex, clockid_t id, const timespec* deadline) {
   pthread_mutex_unlock(mutex);
   const bool woken = clock->advance_to(clock->when_ns(id, *deadline));
@@ -138,7 +138,8 @@ SIM_PREEMPTS int pthread_mutex_clocklock(pthread_mutex_t* mutex, clockid_t id,
   static Next<int(pthread_mutex_t*, clockid_t, const timespec*)> next("pthread_mutex_clocklock");
   Clock* clock = virtual_clock();
   if (clock != nullptr) return lock_virtually(clock, mutex, id, deadline);
-  // First by the call that clang's thread sanitizer knows.
+  // The lock is first tried by a call that clang's thread sanitizer knows, because it does not know
+  // pthread_mutex_clocklock.
   const int result = pthread_mutex_trylock(mutex);
   return result == EBUSY ? next(mutex, id, deadline) : result;
 }

@@ -1,15 +1,15 @@
-// The phone of a program that has libspectralsim preloaded and knows nothing of it, set up by the
-// environment:
+// Gives a phone to a program that has libspectralsim preloaded and does not use its interface. The
+// environment sets the phone up; defaults stand in parentheses:
 //   SPECTRALSIM_SCENE         a built-in scene or a JSON file (office)
 //   SPECTRALSIM_CUT           2.0, 2.1 or 2.2 (2.2)
 //   SPECTRALSIM_TIME          real or virtual (real)
-//   SPECTRALSIM_SENSOR        none for a phone without one
+//   SPECTRALSIM_SENSOR        none for a phone without the sensor
 //   SPECTRALSIM_MODEL         the phone's model
 //   SPECTRALSIM_FACTORY_FILE  a file that stands for the factory calibration file
-//   SPECTRALSIM_ANALYSIS      a file that stands for the analysis library, or none (our own)
-//   SPECTRALSIM_FAULTS        faults, blanks between them, as Fault::parse takes them
-//   SPECTRALSIM_TRACE         a file that gets the trace when the program ends
-// What cannot be set up ends the program before it begins, with a line that says why.
+//   SPECTRALSIM_ANALYSIS      a file that stands for the analysis library, or none (the project's)
+//   SPECTRALSIM_FAULTS        faults as Fault::parse takes them, separated by blanks
+//   SPECTRALSIM_TRACE         a file to which the trace is written when the program ends
+// If the phone cannot be set up, the program ends before it begins, with a line that says why.
 
 #include <unistd.h>
 
@@ -57,7 +57,7 @@ std::string content_of(const std::string& path) {
 
 void set_up(Phone* phone) {
   phone->scene(variable("SPECTRALSIM_SCENE", "office"));
-  // A usual unit: one whose OTP tells the colours.
+  // The OTP of a usual unit has a color map.
   phone->chip()
       .cut(cut_named(variable("SPECTRALSIM_CUT", "2.2")))
       .otp(Otp().version(6).color_map(2));
@@ -90,7 +90,7 @@ void set_up(Phone* phone) {
   for (std::string fault; faults >> fault;) phone->fail(Fault::parse(fault));
 }
 
-// Never freed: calls may come until the very end of the process.
+// The phone is never freed, because calls may come until the very end of the process.
 Phone* g_phone = nullptr;
 
 __attribute__((constructor)) void plug_in() {

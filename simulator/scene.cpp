@@ -16,11 +16,11 @@ namespace {
 
 const double kPi = std::acos(-1.0);
 
-// A candle's few slow sines: frequency, amplitude.
+// The slow sines of a candle's light: frequency in hertz and amplitude.
 constexpr double kCandleSines[][2] = {{1.3, 0.05}, {4.1, 0.04}, {9.7, 0.06}, {12.9, 0.03}};
 
-// What each kind of lamp gives on the channels red, green, blue, infrared, clear and flicker
-// (clear, wider), relative to its clear light.
+// The light of each kind of lamp on the channels red, green, blue, infrared, clear and flicker,
+// relative to the clear channel. The flicker channel is also clear, with a wider band.
 constexpr Light kWarm = {0.52, 0.36, 0.12, 1.35, 1.0, 1.25};      // candle, incandescent
 constexpr Light kLed = {0.34, 0.47, 0.24, 0.05, 1.0, 1.15};       // white LED
 constexpr Light kSky = {0.29, 0.44, 0.38, 0.60, 1.0, 1.22};       // daylight
@@ -108,7 +108,7 @@ const Named& find(const std::string& name) {
   throw std::invalid_argument("no scene \"" + name + "\"; there are " + known);
 }
 
-// A name that is not known is a mistake, not something to leave aside.
+// Rejects an object with an unknown name, which is most likely a misspelt one.
 void know_all(const nlohmann::json& object, const std::set<std::string>& known) {
   for (const auto& item : object.items()) {
     if (known.count(item.key()) == 0) throw std::invalid_argument("no \"" + item.key() + "\" here");
@@ -290,7 +290,7 @@ double Scene::level(int channel, double at_ms) const {
 
 double Scene::mean(int channel, double from_ms, double to_ms) const {
   if (m_points.size() == 1) return m_points.front().light[static_cast<std::size_t>(channel)];
-  constexpr int kSteps = 64;  // midpoints
+  constexpr int kSteps = 64;  // equal parts, each taken at its midpoint
   double sum = 0.0;
   for (int i = 0; i < kSteps; ++i) {
     sum += level(channel, from_ms + (to_ms - from_ms) * (i + 0.5) / kSteps);

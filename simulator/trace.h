@@ -1,6 +1,6 @@
 #pragma once
 
-// What the phone saw: every call on its nodes and every log line, in order.
+// The trace of the phone: every call on its nodes and every log line, in order.
 
 #include <string>
 #include <vector>
@@ -10,7 +10,7 @@ namespace spectralsim {
 enum class Call { kOpen, kClose, kRead, kWrite, kIoctl, kDlopen, kLog };
 
 enum class Node {
-  kNone,    // not the phone's
+  kNone,    // a file that is not the phone's
   kDevice,  // "/dev/vd6281"
   kEnable,  // the sysfs attributes "iridel_enable", "iridel_read_byte", "iridel_write_byte"
   kReadByte,
@@ -26,13 +26,16 @@ struct Event {
   Call call = Call::kLog;
   Node node = Node::kNone;
   int fd = -1;
-  int address =
-      -1;         // register read or written, the first one of a list; low byte of a tunnel request
-  int count = 0;  // registers read
-  int value = -1;    // register value written, or read where count is 1
-  std::string text;  // bytes written, NUL included; the log line's text
+  // The register read or written, the first register of a list, or the low byte of a tunnel
+  // request.
+  int address = -1;
+  int count = 0;   // registers read
+  int value = -1;  // register value written, or read if count is 1
+  // The bytes written with their NUL, the text of a log line, the path of a dlopen, or the sensor
+  // code and the tunnel id of a tunnel request.
+  std::string text;
   long result = 0;
-  int error = 0;  // errno where the result is -1
+  int error = 0;  // errno if the result is negative
   int priority = 0;
   std::string tag;
 
@@ -42,8 +45,8 @@ struct Event {
 
 using Trace = std::vector<Event>;
 
-// One line an event, as "open iridel_enable", "write 2e=1b", "read 06..1c", "log E tag: text";
-// where the call failed with " failed (EIO)" or the result behind it.
+// Describes an event in one line, such as "open iridel_enable", "write 2e=1b", "read 06..1c" or
+// "log E tag: text". After a call that failed, " failed (EIO)" or " gave " and the result follow.
 __attribute__((visibility("default"))) std::string describe(const Event& event);
 __attribute__((visibility("default"))) std::vector<std::string> describe(const Trace& trace);
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// What `als` does.
+// The `als` command.
 
 #include <cstdio>
 
@@ -43,8 +43,9 @@ void configure_als(Service* service, const AlsOptions& options) {
   }
 }
 
-// What a channel's counter is multiplied by in a reading, beside the gains. A calibrated unit has
-// its factors instead of the slopes, but applies them with auto-exposure only.
+// The factor, besides the gains, by which the service has multiplied a channel's counter in a
+// reading. A calibrated unit uses its calibration factors in place of the OTP slopes, but applies
+// them only with auto-exposure.
 template <typename Service>
 double correction(const Service& service, int n) {
   if (service.m_calibrationValid != 0) {
@@ -57,7 +58,7 @@ double correction(const Service& service, int n) {
 template <typename Service>
 AlsReading capture_als(Session<Service>* session) {
   SpectralSensorOutput output{};
-  if ((*session)->Process(SPECTRAL_MODE_ALS, &output) != 0 && !interrupted()) {
+  if ((*session)->Process(SPECTRAL_MODE_ALS, &output) != SPECTRAL_OK && !interrupted()) {
     throw std::runtime_error(explain_failure(SPECTRAL_MODE_ALS, "the measurement failed"));
   }
   AlsReading reading = {};
@@ -96,7 +97,7 @@ void read_als(const AlsOptions& options, Format format) {
   const bool as_table = format == Format::kTable;
   if (options.watch && as_table && on_terminal()) return watch_als_live(&session);
   const bool single = !options.watch && options.count == 1;
-  // A single reading is one that the auto-exposure has settled for.
+  // A single reading is taken after captures in which the auto-exposure settles.
   const int settling = single && options.auto_exposure ? kSettlingCaptures - 1 : 0;
   for (int i = 0; i < settling && !interrupted(); ++i) capture_als(&session);
   if (!single || !as_table) print_als_head(format);

@@ -1,6 +1,6 @@
 #pragma once
 
-// What `info`, `registers` and `control` do.
+// The `info`, `registers` and `control` commands.
 
 #include <algorithm>
 #include <cstdio>
@@ -27,7 +27,7 @@ inline const Control kControls[] = {
     {"otp-usage", VD6281_CONTROL_OTP_USAGE_ENABLE, {0, 1}},
 };
 
-// "0, 1 or 2".
+// The values of a control as a text such as "0, 1 or 2".
 inline std::string values_of(const Control& control) {
   std::string text;
   for (const unsigned int value : control.values) {

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "spectral_status.h"
 #include "spectral_types.h"
 #include "tools/phone_facts.h"
 #include "vd6281.h"
@@ -17,7 +18,7 @@ namespace spectralsensorctl {
 namespace {
 
 constexpr char kPowerOn[] = "1";
-constexpr char kStopMeasurement[] = "0x300";  // 0 into register 0x03
+constexpr char kStopMeasurement[] = "0x300";  // writes 0 to register 0x03
 constexpr int kDeviceIdRegister = 0x00;
 
 std::string advise(const std::string& node, const std::string& action, int error) {
@@ -33,8 +34,8 @@ std::string advise(const std::string& node, const std::string& action, int error
   return what + "\nThe kernel's log may say more: dmesg.";
 }
 
-// Opens the node, lets `use(fd)` do one thing with it, which is negative or sets errno where it
-// fails, and tells why that did not work.
+// Opens the node and calls `use(fd)`, which returns a negative number and sets errno if it fails.
+// Returns why the node could not be opened or used; empty if both worked.
 template <typename Use>
 std::string try_node(const char* node, int flags, const char* action, Use use) {
   const int fd = open(node, flags | O_CLOEXEC);
@@ -69,7 +70,7 @@ std::string explain_nodes() {
   return why;
 }
 
-// Why the analysis library does not load; empty where it does.
+// Returns why the analysis library does not load; empty if it does.
 std::string explain_analysis() {
   void* const library = dlopen(kAnalysisLibraryPath, RTLD_NOW);
   if (library == nullptr) {
@@ -84,7 +85,7 @@ std::string explain_analysis() {
 }  // namespace
 
 void require(int status, const std::string& what) {
-  if (status == 0) return;
+  if (status == SPECTRAL_OK) return;
   throw std::runtime_error(refer_to_log(what + " failed with status " + std::to_string(status)));
 }
 

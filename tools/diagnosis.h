@@ -1,6 +1,6 @@
 #pragma once
 
-// Why the sensor does not do what it was asked, and what to try.
+// Explains failures of the sensor and what to try.
 
 #include <stdexcept>
 #include <string>
@@ -13,21 +13,21 @@ class UsageError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Throws std::runtime_error with what failed, unless the status is 0.
+// Throws std::runtime_error with what failed, unless the status is SPECTRAL_OK.
 void require(int status, const std::string& what);
 
-// The same for what the tunnel is needed for.
+// The same for a step on the tunnel; the error also names the tunnel.
 void require_of_tunnel(int status, const std::string& what);
 
-// Why a node cannot be opened, and what to try; empty for one that can.
+// Returns why a node cannot be opened, and what to try; empty if it can be opened.
 std::string explain_node(const char* node, int flags);
 
-// What failed, and where to find out more.
+// Returns what failed, and where to find out more.
 std::string refer_to_log(const std::string& what);
 
-// Tries the nodes of the sensor one after the other, as the library uses them, and for flicker the
-// analysis library. Tells of the first that does not work; if all do, refers to the log. The sensor
-// is powered afterwards.
+// Tries the nodes of the sensor one after the other, as the library uses them, and in flicker mode
+// the analysis library. Returns why the first of them that fails does not work; if all work,
+// returns `what` and refers to the log. The sensor is left powered.
 std::string explain_failure(int mode, const std::string& what);
 
 }  // namespace spectralsensorctl

@@ -1,6 +1,6 @@
 #pragma once
 
-// What `flicker` and `tunnel dump` do.
+// The `flicker` and `tunnel dump` commands.
 
 #include <fcntl.h>
 #include <algorithm>
@@ -21,7 +21,7 @@
 
 namespace spectralsensorctl {
 
-constexpr int kConfirmations = 2;  // measurements until a flicker verdict is confirmed
+constexpr int kConfirmations = 2;  // measurements that a confirmed verdict needs
 constexpr char kRawStreamPath[] = "/data/unparsed_flicker_data";
 
 struct FlickerOptions {
@@ -37,7 +37,8 @@ struct DumpOptions {
   std::string raw_path;
 };
 
-// Calls `show(number)`, which returns false when it was interrupted, as often as is asked.
+// Calls `show(number)` as often as the options ask for. It stops if `show` returns false, which
+// means that it was interrupted.
 template <typename Show>
 void repeat(const FlickerOptions& options, Show show) {
   for (int i = 1; (options.watch || i <= options.count) && !interrupted(); ++i) {
@@ -46,7 +47,8 @@ void repeat(const FlickerOptions& options, Show show) {
   }
 }
 
-// One answer of the detector of a measurement that runs; nothing when interrupted.
+// Polls the detector of the running measurement until it has an answer, for at most five seconds.
+// Returns the last answer, or nothing if interrupted.
 inline std::optional<VD6281_FlickerInfo_t> ask_detector(SpectralSensorDevice* driver) {
   constexpr auto kPause = std::chrono::milliseconds(50);
   constexpr int kPolls = 100;
@@ -59,7 +61,7 @@ inline std::optional<VD6281_FlickerInfo_t> ask_detector(SpectralSensorDevice* dr
   return info;
 }
 
-// A flicker measurement, from its start to its stop whichever way that comes.
+// A running flicker measurement. The destructor stops it, also if an exception is thrown.
 template <typename Service>
 class RunningFlicker {
  public:
@@ -86,9 +88,10 @@ void watch_detector(Session<Service>* session, const FlickerOptions& options, Fo
   });
 }
 
-// A measurement's status tells nothing of a hub or a chip that failed; what they left does. Even in
-// the dark samples are not all zero; where none came they are. Where the search for a gain fails
-// the gain is none of the chip's.
+// Throws if the measurement failed. Its status does not report a failure of the hub or of the chip,
+// so the results are checked instead. If all samples are zero, none arrived, because even in the
+// dark some samples are not zero. If the gain is lower than any gain of the chip, the search for a
+// gain failed.
 template <typename Service>
 void require_measured(Session<Service>* session, const FlickerReading& reading) {
   const auto& samples = (*session)->m_flkSamples;
@@ -96,7 +99,8 @@ void require_measured(Session<Service>* session, const FlickerReading& reading) 
     if (!holds) throw std::runtime_error(explain_failure(SPECTRAL_MODE_FLICKER, otherwise));
   };
   unsigned char id = 0;
-  require_that(session->driver()->VD6281_RdByte(0, &id) == 0, "the sensor does not answer");
+  require_that(session->driver()->VD6281_RdByte(0, &id) == SPECTRAL_OK,
+               "the sensor does not answer");
   require_that(reading.gain >= kLowestGain, "no gain could be chosen for the flicker channel");
   require_that(std::any_of(std::begin(samples), std::end(samples),
                            [](float sample) { return sample != 0.0f; }),
@@ -109,7 +113,7 @@ inline void require_tunnel() {
   }
 }
 
-// Measures as often as asked, and returns the last measurement.
+// Measures as often as the options ask for, and returns the last measurement.
 template <typename Service>
 std::optional<Waveform> measure_flicker(Session<Service>* session, const FlickerOptions& options,
                                         Format format) {
@@ -161,7 +165,7 @@ void find_flicker(const FlickerOptions& options, Format format) {
   if (last && !options.plot_path.empty()) plot(options.plot_path, *last);
 }
 
-// The raw stream of a capture, by way of the file that the driver dumps it to.
+// Captures the raw stream of the tunnel. The driver dumps it to a file, which is read afterwards.
 template <typename Service>
 std::string capture_stream(Session<Service>* session, unsigned int length_ms) {
   SpectralSensorDevice* driver = session->driver();
@@ -169,7 +173,7 @@ std::string capture_stream(Session<Service>* session, unsigned int length_ms) {
   require_of_tunnel(driver->VD6281_QuilInit(), "preparing it");
   require_of_tunnel(driver->VD6281_QuilTunnelSetup(), "setting it up");
   require_of_tunnel(driver->VD6281_QuilResetRdBuf(), "preparing it");
-  empty_file(kRawStreamPath);  // not an earlier run's, should the driver not open it
+  empty_file(kRawStreamPath);  // if the driver cannot open it, no earlier dump is read
   const int dumped = driver->VD6281_QuilDumpFlickerDataToFile(length_ms);
   require_of_tunnel(driver->VD6281_QuilTunnelTerminate(), "closing it");
   require_of_tunnel(dumped, "dumping it");

@@ -11,7 +11,8 @@ namespace spectralsensorctl {
 
 namespace {
 
-// No cursor, and lines that are cut at the edge instead of going on below it.
+// kBegin hides the cursor and makes the terminal cut lines at its edge instead of wrapping them.
+// kEnd undoes both.
 constexpr char kBegin[] = "\033[?25l\033[?7l";
 constexpr char kEnd[] = "\033[?7h\033[?25h";
 constexpr char kClearToEnd[] = "\033[J";

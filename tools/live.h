@@ -1,6 +1,6 @@
 #pragma once
 
-// A page that is drawn again in the same place, on a terminal.
+// A page that is drawn repeatedly in the same place of a terminal.
 
 #include <string>
 
@@ -9,14 +9,14 @@ namespace spectralsensorctl {
 // Whether stdout is a terminal.
 bool on_terminal();
 
-// The terminal's width in columns, 80 where it does not tell.
+// The terminal's width in columns, or 80 if the terminal does not report it.
 int terminal_columns();
 
-// A bar of `width` columns for a value between 1 and `full`, by its logarithm: light spans decades.
+// A bar of `width` columns for a value between 1 and `full`. Its scale is logarithmic, because
+// light spans decades.
 std::string bar(double value, double full, int width);
 
-// Draws each page over the one before. The cursor is hidden meanwhile, and is back with the end of
-// the object, whichever way that comes.
+// Draws each page over the one before. The cursor is hidden while the object exists.
 class LivePage {
  public:
   LivePage();
@@ -24,7 +24,7 @@ class LivePage {
   LivePage(const LivePage&) = delete;
   LivePage& operator=(const LivePage&) = delete;
 
-  // `text` is whole lines; what is wider than the terminal is cut.
+  // `text` consists of whole lines. Lines wider than the terminal are cut.
   void draw(const std::string& text);
 
  private:

@@ -1,5 +1,5 @@
-// spectralsensorctl: bring a sensor up, read light, find flicker, look at registers and controls,
-// on a phone or on the simulated one.
+// spectralsensorctl reads light, finds flicker, and shows and changes registers and controls, on a
+// phone or on the simulated one.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -32,7 +32,7 @@ void list_scenes() {
   }
 }
 
-// The arguments, and what they ask for.
+// Parses the arguments and does what they ask for.
 class Tool {
  public:
   Tool() {
@@ -40,7 +40,7 @@ class Tool {
     m_app.set_help_flag("-h,--help", "Show this page.");
     m_app.set_version_flag("--version", SPECTRAL_VERSION, "Show the version.");
     m_app.require_subcommand(1);
-    m_app.fallthrough();  // the options before a command are taken behind it too
+    m_app.fallthrough();  // the tool's options may also follow the command
     m_app.failure_message(usage_failure);
     m_app.footer(
         " spectralsensorctl info\n"
@@ -86,13 +86,15 @@ class Tool {
     if (m_app.count("--simulate") > 0) run_simulated(argv, m_scene);
     m_action();
     flush_output();
-    const bool watches = m_als.watch || m_flicker.watch;  // Ctrl-C is how these end
-    if (interrupted() && isatty(STDERR_FILENO) == 1) std::fputs("\n", stderr);  // behind the ^C
+    const bool watches = m_als.watch || m_flicker.watch;  // Ctrl-C is the usual end of a watch
+    // A terminal shows "^C" without an end of line.
+    if (interrupted() && isatty(STDERR_FILENO) == 1) std::fputs("\n", stderr);
     return interrupted() && !watches ? 1 : 0;
   }
 
  private:
-  // What is wrong with the arguments; of a mistyped command CLI11 says that there is none.
+  // Describes what is wrong with the arguments. For a mistyped command CLI11 only reports that a
+  // command is missing, so this function names the mistyped one.
   static std::string usage_failure(const CLI::App* app, const CLI::Error& error) {
     const CLI::App* command = app;
     while (!command->get_subcommands().empty()) command = command->get_subcommands().front();
@@ -111,8 +113,8 @@ class Tool {
     return "spectralsensorctl: " + what + "\nTry " + full_name(command) + " --help.\n";
   }
 
-  // Lets the command do `act(service)` with the service that is chosen; of that, null tells the
-  // type.
+  // Makes the command call `act` for the service that is chosen. The argument is a null pointer;
+  // only its type is used.
   template <typename Act>
   void do_with_service(CLI::App* command, Act act) {
     command->callback([this, act] {
@@ -228,7 +230,7 @@ class Tool {
     CLI::App* command = add_command(
         &m_app, "flicker",
         "find the flicker frequencies of the light\n"
-        "Samples the light for a second, 2000 times, and tells the strength of the mains' "
+        "Samples the light for a second, 2000 times, and reports the strength of the mains' "
         "flicker at 100 and 120 Hz and the strongest other frequencies; a verdict is confirmed by "
         "a second measurement. What it does goes to stderr meanwhile.",
         " spectralsensorctl flicker\n"
@@ -323,16 +325,16 @@ class Tool {
                                 "read one\n"
                                 "Prints its value, as it is after bring-up.",
                                 " spectralsensorctl control get pedestal-value");
-    get->add_option("name", m_name, "A name that control list tells.")->required();
+    get->add_option("name", m_name, "A name that control list shows.")->required();
     do_with_service(get,
                     [this](auto* service) { get_control<ServiceOf<decltype(service)>>(m_name); });
     CLI::App* set = add_command(command, "set",
                                 "set one, while the tool has the sensor\n"
-                                "Tells whether the chip takes it: the sensor is powered down after "
+                                "Shows whether the chip takes it: the sensor is powered down after "
                                 "it, and the setting with it.",
                                 " spectralsensorctl control set sda-drive 20");
-    set->add_option("name", m_name, "A name that control list tells.")->required();
-    set->add_option("value", m_control_value, "Its value, one that control list tells.")
+    set->add_option("name", m_name, "A name that control list shows.")->required();
+    set->add_option("value", m_control_value, "Its value, one that control list shows.")
         ->required();
     do_with_service(set, [this](auto* service) {
       set_control<ServiceOf<decltype(service)>>(m_name, m_control_value);
@@ -390,8 +392,9 @@ class Tool {
 
 }  // namespace spectralsensorctl
 
-// A standard stream that is closed would give its number to the first node that is opened, which
-// then got what is printed. Nothing can be written to what takes its place.
+// If a standard stream is closed, the first node that is opened would get its descriptor and thus
+// everything that is printed. /dev/null takes the descriptor instead. It is opened for reading
+// only, so that printing still fails.
 static void hold_standard_streams() {
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(fd, F_GETFD) < 0) open("/dev/null", O_RDONLY);
@@ -400,7 +403,7 @@ static void hold_standard_streams() {
 
 int main(int argc, char** argv) {
   hold_standard_streams();
-  std::signal(SIGPIPE, SIG_IGN);  // a reader that has gone is an error like any other
+  std::signal(SIGPIPE, SIG_IGN);  // writing to a closed pipe is then reported like any other error
   try {
     return spectralsensorctl::Tool().run(argc, argv);
   } catch (const spectralsensorctl::UsageError& error) {

@@ -16,7 +16,8 @@ constexpr char kExitStatus[] =
     "written or Ctrl-C came before the answer, 2 when the arguments or the scene were wrong. "
     "Errors go to stderr and name the node.";
 
-// The text within the page's width, each of its lines that begins with a blank kept as it is.
+// Wraps the text to the page's width. A line that begins with a blank loses the blank and is not
+// wrapped.
 std::string wrapped(const std::string& text, std::size_t indent) {
   std::istringstream lines(text);
   std::string result;
@@ -44,7 +45,7 @@ std::string section(const std::string& title, const std::string& body) {
   return body.empty() ? "" : title + "\n" + body + "\n";
 }
 
-// "spectralsensorctl [OPTIONS] als": the commands above this one, each with the options it takes.
+// The way to a command, with the commands above it, such as "spectralsensorctl [OPTIONS] als".
 std::string way_to(const CLI::App* app) {
   const CLI::App* parent = app->get_parent();
   if (parent == nullptr) return app->get_name();
@@ -111,7 +112,7 @@ std::string ManualPage::make_help(const CLI::App* app, std::string, CLI::AppForm
     row.resize(std::max<std::size_t>(row.size() + 2, kIndent + 12), ' ');
     commands += row + first_line(command->get_description()) + "\n";
   }
-  if (!commands.empty()) commands += "\n    " + name + " COMMAND --help tells more of each.\n";
+  if (!commands.empty()) commands += "\n    " + name + " COMMAND --help shows more about each.\n";
   return section("NAME", wrapped(name + " - " + first_line(about), kIndent)) +
          section("SYNOPSIS", synopsis(app)) +
          section("DESCRIPTION", wrapped(rest(about), kIndent)) + section("COMMANDS", commands) +

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the tool knows of the phone by itself. It is a client of the installed headers alone, so
-// these facts stand here although the library has them too.
+// Facts about the phone that the tool needs. The library has them too, but the tool uses only the
+// installed headers, which do not define them.
 
 #include <cstddef>
 #include <cstdint>
@@ -9,10 +9,10 @@
 namespace spectralsensorctl {
 
 constexpr int kChannels = 6;
-constexpr double kFullScale = 65535.0;    // of a value
-constexpr double kCountsPerStep = 910.0;  // what a channel can count in each step of exposure
+constexpr double kFullScale = 65535.0;    // highest counter of a channel
+constexpr double kCountsPerStep = 910.0;  // highest count in each exposure step
 constexpr double kExposureStepMs = 1.6;
-constexpr double kLowestGain = 181 / 256.0;  // of the chip
+constexpr double kLowestGain = 181 / 256.0;  // the chip's lowest gain
 
 // The sensor's nodes, and the request that reads registers.
 constexpr char kEnablePath[] =
@@ -27,8 +27,8 @@ constexpr std::uint32_t kReadRegistersRequest = 0xC1085201;
 constexpr char kTunnelPath[] = "/dev/sensor_tunnel";
 constexpr char kAnalysisLibraryPath[] = "/vendor/lib64/libzelk_flicker.so";
 
-// The packets of the tunnel: a header, little-endian, with these fields at these places, and a
-// payload. A flicker payload is records whose first word is the sample.
+// A packet of the tunnel has a little-endian header with these fields at these offsets, and a
+// payload. A flicker payload consists of records whose first 16-bit word is the sample.
 constexpr char kTunnelMagic[] = {'E', 'M', 'O', 'R'};
 constexpr std::size_t kPacketHeaderSize = 28;
 constexpr std::size_t kIdAt = 4;

@@ -14,8 +14,8 @@ namespace spectralsensorctl {
 namespace {
 
 constexpr int kColumnsBesideTheBar = 39;
-constexpr double kRounding = 1.0;  // what scaling a count forth and back may take from it
-constexpr unsigned int kFirstRevision = 0xBA;  // of cut 2.0
+constexpr double kRounding = 1.0;  // counts that may be lost in scaling a value and scaling it back
+constexpr unsigned int kFirstRevision = 0xBA;  // cut 2.0
 
 std::vector<int> channels_of(std::uint32_t mask) {
   std::vector<int> channels;
@@ -25,7 +25,7 @@ std::vector<int> channels_of(std::uint32_t mask) {
   return channels;
 }
 
-// A float's own digits, without those that a double adds.
+// Converts a float to the double that prints with the float's own digits.
 double tidy(float value) {
   char text[32];
   std::snprintf(text, sizeof text, "%.7g", static_cast<double>(value));

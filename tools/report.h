@@ -1,6 +1,6 @@
 #pragma once
 
-// How readings are shown: as a table for people, as JSON or CSV for programs.
+// Shows readings as a table for people, or as JSON or CSV for programs.
 
 #include <cstdint>
 #include <nlohmann/json.hpp>
@@ -16,14 +16,14 @@ struct AlsReading {
   ALSResult result;
   double gain[6];        // of each channel, as a factor
   const char* color[6];  // of each channel's filter
-  bool saturated[6];     // the counter of each channel was full
+  bool saturated[6];     // whether the counter of each channel was full
 };
 
-// Whether a channel's counts, at its own gain and without any correction, are as many as its
-// counter takes in this time: 910 in each 1.6 ms, and 65535 at most.
+// Whether a channel's counter was full. `counts` is the value at the channel's own gain and without
+// any correction. The counter's limit is 910 for each 1.6 ms of exposure, and at most 65535.
 bool is_saturated(double counts, double exposure_ms);
 
-// What the unit is.
+// The description of the unit that `info` shows.
 struct UnitInfo {
   unsigned int chip_id;
   unsigned int revision;
@@ -35,29 +35,30 @@ struct UnitInfo {
   unsigned int color_map;
   double slope[6];  // 1 is neutral
   const char* color[6];
-  unsigned int phone_model;  // 1..4, 0 unknown
+  unsigned int phone_model;  // 1..4, or 0 if unknown
   bool calibrated;
   double calibration_factor[6];
 };
 
 const char* color_name(VD6281_Color_Id_t color);
 
-// Where the analysis finds no tone, its -1 or a 0 comes through.
+// A frequency of -1 or 0 means that the measurement reports none.
 inline bool is_frequency(std::uint32_t hz) { return hz != 0 && hz != 0xFFFFFFFF; }
 
 void print_info(Format format, const UnitInfo& unit);
 
-// The head of a table or of CSV; nothing for JSON.
+// Prints the head of a table or of CSV, and nothing for JSON.
 void print_als_head(Format format);
 void print_als(Format format, int number, const AlsReading& reading);
-// One reading with a row a channel; where `columns` is not 0, each with a bar that fills these.
+// One reading with a row for each channel. If `columns` is not 0, each row has a bar and fills that
+// many columns.
 std::string als_panel(const AlsReading& reading, int columns);
 
 void print_flicker_head(Format format);
 struct FlickerReading {
   FlickerResult result;
   double gain;     // of the flicker channel, as a factor
-  bool saturated;  // so that what flickers may be cut off
+  bool saturated;  // whether a sample was saturated, so that peaks may be cut off
 };
 void print_flicker(Format format, int number, const FlickerReading& reading);
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// One use of the sensor: a client of one of the two services, from Init to Uninit.
+// One use of the sensor by a client of one of the two services, from Init to Uninit.
 
 #include <csignal>
 #include <cstdint>
@@ -11,7 +11,8 @@
 
 namespace spectralsensorctl {
 
-// Set by Ctrl-C, and by the signals of kill and of a closed terminal; a running capture ends too.
+// Whether Ctrl-C, Ctrl-\, `kill` or the closing of the terminal has sent a signal to the tool. Such
+// a signal also ends a running capture.
 bool interrupted();
 
 inline SpectralSensorDevice* driver_of(SpectralSensorDevice* service) { return service; }
@@ -21,13 +22,15 @@ inline SpectralSensorDevice* driver_of(SpectralSensor* service) { return service
 inline double flicker_gain(const SpectralSensorDevice*, float gain) { return gain / 256.0; }
 inline double flicker_gain(const SpectralSensor*, float gain) { return gain; }
 
-// Sends those signals to the service's enable flags; undone by the destructor.
+// Handles the signals that set interrupted() and calls `stop` for each of them. The destructor
+// restores the previous handlers.
 class InterruptGuard {
  public:
   using Stop = void (*)();
   explicit InterruptGuard(Stop stop);
   ~InterruptGuard();
-  // From here on a signal is noted only: the service is about to go.
+  // After this call a signal is only recorded and `stop` is not called any more, because the
+  // service is about to be destroyed.
   void disarm();
   InterruptGuard(const InterruptGuard&) = delete;
   InterruptGuard& operator=(const InterruptGuard&) = delete;
@@ -36,18 +39,19 @@ class InterruptGuard {
   struct sigaction m_before[4] = {};
 };
 
-// SetEnableFlag is not for a signal handler, as it wakes a condition variable; an atomic byte is.
+// Clears an enable flag by an atomic store, which is allowed in a signal handler. SetEnableFlag is
+// not, because it notifies a condition variable.
 inline void clear_flag(std::uint8_t* flag) {
   __atomic_store_n(flag, std::uint8_t{0}, __ATOMIC_RELEASE);
 }
 
-// Lets both kinds of capture end. It may run in a signal handler.
+// Makes both kinds of capture end. It may be called by a signal handler.
 template <typename Service>
 void stop_captures() {
   if (Service* service = Service::m_pInstance) {
     clear_flag(&service->m_alsEnableFlag);
     clear_flag(&service->m_flkEnableFlag);
-    clear_flag(&driver_of(service)->m_flkEnableFlag);  // the tunnel's reader looks at this one
+    clear_flag(&driver_of(service)->m_flkEnableFlag);  // the tunnel's reader checks this one
   }
 }
 
@@ -56,7 +60,7 @@ class Session {
  public:
   explicit Session(int mode)
       : m_mode(mode), m_service(Service::Create()), m_guard(stop_captures<Service>) {
-    if (m_service->Init(mode) == 0) return;
+    if (m_service->Init(mode) == SPECTRAL_OK) return;
     const std::string why = explain_failure(mode, "the sensor does not come up");
     close();
     throw std::runtime_error(why);

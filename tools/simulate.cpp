@@ -15,8 +15,8 @@ namespace {
 
 constexpr char kSimulator[] = "libspectralsim.so";
 
-// The folder of the simulator: the program's own, or the library folder of the prefix it is
-// installed under.
+// The folder of the simulator: the program's own folder, or the library folder of the prefix under
+// which the program is installed.
 std::string find_simulator() {
   char program[PATH_MAX] = {};
   if (readlink("/proc/self/exe", program, sizeof program - 1) > 0) {
@@ -30,7 +30,7 @@ std::string find_simulator() {
                            ", which is not beside the program");
 }
 
-// Puts `entry` at the head of a variable's list.
+// Puts `entry` at the head of the list in an environment variable.
 void prepend(const char* variable, const std::string& entry) {
   const char* before = std::getenv(variable);
   const std::string rest = before != nullptr && *before != '\0' ? std::string(":") + before : "";
@@ -49,10 +49,11 @@ void run_simulated(char** argv, const std::string& scene) {
   const char* preloaded = std::getenv("LD_PRELOAD");
   if (preloaded != nullptr && std::strstr(preloaded, kSimulator) != nullptr) {
     if (!is_loaded(kSimulator)) throw std::runtime_error("the simulator could not be loaded");
-    unsetenv("LD_PRELOAD");  // what this program starts needs no phone
+    unsetenv("LD_PRELOAD");  // the programs that this one starts need no phone
     return;
   }
-  // By its name alone: a folder's name may have blanks, which would end the entry.
+  // LD_PRELOAD gets the simulator's file name without its folder, because a blank in the name of
+  // the folder would end the entry.
   prepend("LD_LIBRARY_PATH", find_simulator());
   prepend("LD_PRELOAD", kSimulator);
   if (!scene.empty()) setenv("SPECTRALSIM_SCENE", scene.c_str(), 1);

@@ -1,6 +1,6 @@
 #pragma once
 
-// The packets of the sensor hub's tunnel, as they came.
+// The packets of the sensor hub's tunnel.
 
 #include <cstdint>
 #include <string>
@@ -15,20 +15,20 @@ struct TunnelPacket {
   std::uint16_t auxiliary;
   std::uint64_t time_stamp;
   std::uint32_t sequence;
-  std::uint16_t length;               // of the payload, bytes
-  std::vector<std::int16_t> samples;  // of a flicker payload
+  std::uint16_t length;               // bytes of the payload
+  std::vector<std::int16_t> samples;  // empty unless it is a flicker payload
 };
 
 struct TunnelStream {
   std::vector<TunnelPacket> packets;
-  std::size_t left_over = 0;    // bytes at the end that are no whole packet
-  bool is_out_of_step = false;  // since no packet begins there
+  std::size_t left_over = 0;    // bytes after the last whole packet
+  bool is_out_of_step = false;  // whether those bytes do not begin a packet
 };
 
-// Takes a stream apart, up to where there is no packet.
+// Splits a stream into packets, up to the first bytes that are not a whole packet.
 TunnelStream parse_stream(const std::string& bytes);
 
-// Prints a line a packet.
+// Prints a line for each packet.
 void print_stream(Format format, const TunnelStream& stream);
 
 }  // namespace spectralsensorctl

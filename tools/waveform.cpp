@@ -26,7 +26,7 @@ constexpr double kPi = 3.14159265358979323846;
 const std::string kScriptEnd = ".gp";
 constexpr double kShownMs = 100.0;
 constexpr float kLargestSample = 32767.0f;
-constexpr double kLeastAmplitude = 0.1;  // counts; a logarithmic axis has no 0
+constexpr double kLeastAmplitude = 0.1;  // counts; above 0 because of the logarithmic axis
 
 bool ends_with(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
@@ -40,7 +40,7 @@ std::string plot_text(const std::vector<std::pair<double, double>>& points, cons
   return text.str();
 }
 
-// A range for a wave that has none of its own.
+// Sets the range of the axis for a constant wave, for which gnuplot finds none.
 std::string range_text(const std::vector<std::pair<double, double>>& wave) {
   const double level = wave.front().second;
   const bool is_flat = std::all_of(wave.begin(), wave.end(),
@@ -51,7 +51,8 @@ std::string range_text(const std::vector<std::pair<double, double>>& wave) {
   return text.str();
 }
 
-// The highest amplitude within two steps of a frequency: the window spreads a tone that far.
+// The highest amplitude within two steps of a frequency, because the window spreads a tone that
+// far.
 float amplitude_at(const std::vector<float>& amplitudes, double step_hz, unsigned int hz) {
   const auto bin = static_cast<std::size_t>(std::lround(hz / step_hz));
   float highest = static_cast<float>(kLeastAmplitude);
@@ -62,14 +63,14 @@ float amplitude_at(const std::vector<float>& amplitudes, double step_hz, unsigne
   return highest;
 }
 
-// As gnuplot quotes: a quote within is doubled.
+// Quotes a text for gnuplot, where a quote within the text is doubled.
 std::string quoted(const std::string& text) {
   std::string result = "'";
   for (const char c : text) result += c == '\'' ? "''" : std::string(1, c);
   return result + "'";
 }
 
-// Draws the waveform and its spectrum into a picture.
+// Returns the gnuplot script that draws the waveform and its spectrum into the file `picture`.
 std::string script_of(const std::string& picture, const Waveform& waveform) {
   std::vector<std::pair<double, double>> wave;
   const auto shown = static_cast<std::size_t>(kShownMs * kSampleRateHz / 1000.0);
@@ -155,7 +156,7 @@ std::vector<float> amplitude_spectrum(const std::vector<float>& samples) {
   kiss_fftr(plan.get(), windowed.data(), bins.data());
   std::vector<float> amplitudes;
   amplitudes.reserve(bins.size());
-  // Half of the wave is at the negative frequency, and the window takes half of the rest.
+  // Half of the amplitude is at the negative frequency, and the window halves the rest.
   const auto scale = static_cast<float>(4.0 / size);
   for (const kiss_fft_cpx& bin : bins) amplitudes.push_back(std::hypot(bin.r, bin.i) * scale);
   return amplitudes;

@@ -1,12 +1,13 @@
-// Development-host versions of the Android calls, as a shared library of its own, so that a program
-// can put its own in front.
+// The Android calls for a development host. They form a shared library of their own, so that a
+// program can replace them by symbol interposition.
 //
 // Environment:
 //   SPECTRALHOST_LOG            lowest priority shown: verbose, debug, info, warn, error (default),
 //                               silent
-//   SPECTRALHOST_PROPERTY_FILE  file of "key=value" lines, as Android's build.prop
-//   SPECTRALHOST_PROPERTY_KEY   one property, with its dots as underscores: the value of
-//                               SPECTRALHOST_PROPERTY_ro_product_device goes before the file's
+//   SPECTRALHOST_PROPERTY_FILE  file of "key=value" lines, like Android's build.prop
+//   SPECTRALHOST_PROPERTY_KEY   value of the property KEY, whose dots are written as underscores,
+//                               as in SPECTRALHOST_PROPERTY_ro_product_device; it takes precedence
+//                               over the file
 
 #include "platform/android.h"
 
@@ -73,7 +74,7 @@ std::optional<std::string> property_from_file(const std::string& key) {
 
 extern "C" {
 
-// One line on stderr in logcat's brief format, in one write.
+// Writes one line to stderr in logcat's brief format, with a single write.
 SPECTRALHOST_EXPORT int __android_log_print(int priority, const char* tag, const char* format,
                                             ...) {
   static const int lowest = lowest_priority_shown();
@@ -87,7 +88,7 @@ SPECTRALHOST_EXPORT int __android_log_print(int priority, const char* tag, const
   const int body = std::vsnprintf(line + length, sizeof line - length, format, arguments);
   va_end(arguments);
   length = std::min(length + static_cast<std::size_t>(std::max(body, 0)), sizeof line - 1);
-  while (length > 0 && line[length - 1] == '\n') --length;  // logcat ends each line itself
+  while (length > 0 && line[length - 1] == '\n') --length;  // logcat adds the line end itself
   line[length++] = '\n';
   std::fwrite(line, 1, length, stderr);
   return static_cast<int>(length);
