@@ -84,7 +84,8 @@ std::string describe(const Event& event) {
   std::string text = what(event);
   if (event.call == Call::kLog) return text;
   if (event.result == -1) {
-    text += std::string(" failed (") + strerrorname_np(event.error) + ")";
+    const char* name = strerrorname_np(event.error);  // not every number is an errno
+    text += " failed (" + (name != nullptr ? name : std::to_string(event.error)) + ")";
   } else if (event.result < 0 || (event.call == Call::kIoctl && event.result != 0)) {
     text += " gave " + std::to_string(event.result);
   }
