@@ -3,15 +3,12 @@
 #include <algorithm>
 #include <cmath>
 
-#include "driver/channel.h"
+#include "simulator/registers.h"
 
 namespace spectralsim {
 
-namespace reg = spectral::reg;
-using spectral::address_of;
-using spectral::kChannel6;
-using spectral::kChannels;
-using spectral::Register;
+using chip::kChannel6;
+using chip::kChannels;
 
 namespace {
 
@@ -48,10 +45,10 @@ double gain_of_code(std::uint8_t code) {
   return code < std::size(kGainOfCode) ? kGainOfCode[code] : 0.0;
 }
 
-bool is_read_only(Register which) {
-  return which <= Register::kRevisionId ||
-         (which >= Register::kAlsResults && which < Register::kExposureHigh) ||
-         (which >= Register::kOtpStatus && which < Register::kAnalogue0);
+bool is_read_only(std::uint8_t address) {
+  return address <= chip::kRevisionId ||
+         (address >= chip::kResults && address < chip::kExposureHigh) ||
+         (address >= chip::kOtpStatus && address < chip::kAfterOtp);
 }
 
 }  // namespace
@@ -115,22 +112,21 @@ std::optional<std::uint8_t> Chip::read(std::uint8_t address) {
   if (!m_powered) return std::nullopt;
   finish_measurements();
   std::uint8_t value = m_registers[address];
-  switch (const auto which = static_cast<Register>(address); which) {
-    case Register::kDeviceId:
+  switch (address) {
+    case chip::kDeviceId:
       value = m_device_id;
       break;
-    case Register::kRevisionId:
+    case chip::kRevisionId:
       value = m_revision_id;
       break;
-    case Register::kStatus:
-      value = m_result_waits ? 0 : reg::kNoResult;
+    case chip::kStatus:
+      value = m_result_waits ? 0 : chip::kNoResult;
       break;
-    case Register::kOtpStatus:
+    case chip::kOtpStatus:
       value = read_otp_status();
       break;
     default:
-      if (which >= Register::kFlickerDetector &&
-          which < Register::kFlickerDetector + reg::kFlickerDetectorRegisters) {
+      if (address >= chip::kDetector && address < chip::kDetector + chip::kDetectorRegisters) {
         value = read_detector(address);
       }
       break;
@@ -141,25 +137,25 @@ std::optional<std::uint8_t> Chip::read(std::uint8_t address) {
 bool Chip::write(std::uint8_t address, std::uint8_t value) {
   if (!m_powered) return false;
   finish_measurements();
-  if (is_read_only(static_cast<Register>(address))) return true;
+  if (is_read_only(address)) return true;
   const bool flicker_ran = flicker_runs();
   m_registers[address] = value;
   if (flicker_runs() && !flicker_ran) m_flicker_started_ns = m_clock->now_ns();
-  switch (static_cast<Register>(address)) {
-    case Register::kStatus:
-      if ((value & reg::kAcknowledge) != 0) m_result_waits = false;
+  switch (address) {
+    case chip::kStatus:
+      if ((value & chip::kAcknowledge) != 0) m_result_waits = false;
       break;
-    case Register::kMeasurement:
+    case chip::kMeasurement:
       m_als_runs = false;
       m_result_waits = false;
-      if (value == reg::kSingleShotAls || value == reg::kSynchronousAls) {
-        start_als(value == reg::kSynchronousAls);
+      if (value == chip::kSingleShot || value == chip::kSynchronous) {
+        start_als(value == chip::kSynchronous);
       }
       break;
-    case Register::kOtpControl:
+    case chip::kOtpControl:
       m_otp_status_reads = 0;
       break;
-    case Register::kSoftwareReset:
+    case chip::kReset:
       if (value != 0) reset();
       break;
     default:
@@ -173,16 +169,16 @@ std::uint8_t Chip::read_otp_status() {
   if (++m_otp_status_reads < m_otp_ready_on_read) return 0;
   m_otp_status_reads = m_otp_ready_on_read;
   std::copy(m_otp.registers().begin(), m_otp.registers().end(),
-            m_registers.begin() + address_of(Register::kOtpBank0));
-  return reg::kOtpReady;
+            m_registers.begin() + chip::kOtpBank0);
+  return chip::kOtpReady;
 }
 
 void Chip::start_als(bool synchronous) {
-  const int count = (at(Register::kExposureHigh) & 0x03) << 8 | at(Register::kExposureLow);
+  const int count = (at(chip::kExposureHigh) & 0x03) << 8 | at(chip::kExposureLow);
   m_als_runs = true;
   m_synchronous = synchronous;
   m_exposure_ns = std::max(count, 1) * kExposureStepNs;
-  m_period_ns = std::max(m_exposure_ns, at(Register::kInterMeasurementPeriod) * kPeriodStepNs);
+  m_period_ns = std::max(m_exposure_ns, at(chip::kPeriod) * kPeriodStepNs);
   m_result_due_ns = m_clock->now_ns() + m_exposure_ns;
 }
 
@@ -205,7 +201,7 @@ void Chip::latch_result(std::int64_t from_ns, std::int64_t to_ns) {
   for (int channel = 0; channel < kChannels; ++channel) {
     const double counts = measured_counts(channel, from_ms, to_ms);
     const auto raw = static_cast<std::uint32_t>(counts * kFractions);
-    auto* const result = &at(Register::kAlsResults + reg::kAlsResultStride * channel);
+    auto* const result = &at(chip::kResults, chip::kResultStride * channel);
     result[0] = static_cast<std::uint8_t>(raw >> 16);
     result[1] = static_cast<std::uint8_t>(raw >> 8);
     result[2] = static_cast<std::uint8_t>(raw);
@@ -215,10 +211,10 @@ void Chip::latch_result(std::int64_t from_ns, std::int64_t to_ns) {
 double Chip::measured_counts(int channel, double from_ms, double to_ms) {
   const std::uint8_t bit = static_cast<std::uint8_t>(1u << channel);
   const bool enabled =
-      bit == kChannel6 ? at(Register::kAcEnable) != 0 : (at(Register::kDcEnable) & bit) != 0;
+      bit == kChannel6 ? at(chip::kAcEnable) != 0 : (at(chip::kDcEnable) & bit) != 0;
   if (!enabled) return 0.0;
   const double exposure_ms = to_ms - from_ms;
-  const std::uint8_t gain_code = at(Register::kChannelGain + channel);
+  const std::uint8_t gain_code = at(chip::kGain, channel);
   double counts = m_scene.mean(channel, from_ms, to_ms) * gain_of_code(gain_code) * exposure_ms;
   counts += noisy(std::sqrt(counts));
   const double limit = std::min(kCountsPerStep * exposure_ms / kExposureStepMs, kFullScale);
@@ -233,38 +229,38 @@ double Chip::noisy(double size) {
   return m_noise * size * normal;
 }
 
-bool Chip::flicker_runs() const { return (at(Register::kFlickerControl) & reg::kFlickerRun) != 0; }
+bool Chip::flicker_runs() const { return (at(chip::kFlickerControl) & chip::kFlickerRun) != 0; }
 
-// The light on the selected channel times the channel's gain, relative to the level at which the
+// The light on the selected channel times the channel's gain, relative to the level at address the
 // flicker path saturates.
 double Chip::flicker_level(std::int64_t from_ns, std::int64_t to_ns) const {
-  const int select = (at(Register::kFlickerControl) & reg::kFlickerSelectAndRun) >> 1;
+  const int select = (at(chip::kFlickerControl) & chip::kFlickerSelect) >> 1;
   const int channel = select == 1 ? kChannels - 1 : select - 2;
   if (!flicker_runs() || channel < 0 || channel >= kChannels) return 0.0;
   const double from_s = static_cast<double>(from_ns) / kNsPerSecond;
   const double to_s = static_cast<double>(to_ns) / kNsPerSecond;
-  const std::uint8_t gain_code = at(Register::kChannelGain + channel);
+  const std::uint8_t gain_code = at(chip::kGain, channel);
   return m_scene.mean(channel, from_s * 1000, to_s * 1000) * m_scene.modulation(from_s, to_s) *
          gain_of_code(gain_code) / kFlickerLimit;
 }
 
 std::int16_t Chip::flicker_sample(std::int64_t from_ns, std::int64_t to_ns) {
   if (!m_powered || !flicker_runs()) return 0;
-  const bool has_pedestal = (at(Register::kFlickerControl) & reg::kPedestalDisable) == 0;
-  const int pedestal = has_pedestal ? at(Register::kPedestalValue) * kPedestalStep : 0;
+  const bool has_pedestal = (at(chip::kFlickerControl) & chip::kPedestalOff) == 0;
+  const int pedestal = has_pedestal ? at(chip::kPedestal) * kPedestalStep : 0;
   const double sample =
       flicker_level(from_ns, to_ns) * kHighestSample + pedestal + noisy(kFlickerNoise);
   return static_cast<std::int16_t>(std::clamp(sample, 0.0, kHighestSample));
 }
 
-// Returns one of the detector's registers. The first two hold the saturation counter, which counts
-// saturated samples in the window that begins now. The others hold the ticks, periods and good
-// cycles of the scene's strongest frequency since the start of the measurement. They stop when the
-// tick or the period counter is full; the good cycles are 0 until then.
+// Returns one of the detector's registers. The first two hold the saturation counter, address
+// counts saturated samples in the window that begins now. The others hold the ticks, periods and
+// good cycles of the scene's strongest frequency since the start of the measurement. They stop when
+// the tick or the period counter is full; the good cycles are 0 until then.
 std::uint8_t Chip::read_detector(std::uint8_t address) const {
   if (!flicker_runs()) return 0;
   const std::int64_t now_ns = m_clock->now_ns();
-  const int offset = address - address_of(Register::kFlickerDetector);
+  const int offset = address - chip::kDetector;
   if (offset < 2) {
     int saturated = 0;
     constexpr std::int64_t kSampleNs = kSaturationWindowNs / kSaturationSamples;

@@ -8,7 +8,6 @@
 #include <optional>
 #include <random>
 
-#include "driver/register_map.h"
 #include "simulator/clock.h"
 #include "simulator/otp.h"
 #include "simulator/scene.h"
@@ -57,8 +56,12 @@ class __attribute__((visibility("default"))) Chip {
   bool write(std::uint8_t address, std::uint8_t value);
 
  private:
-  std::uint8_t& at(spectral::Register which) { return m_registers[address_of(which)]; }
-  const std::uint8_t& at(spectral::Register which) const { return m_registers[address_of(which)]; }
+  std::uint8_t& at(int first, int offset = 0) {
+    return m_registers[static_cast<std::size_t>(first + offset)];
+  }
+  const std::uint8_t& at(int first, int offset = 0) const {
+    return m_registers[static_cast<std::size_t>(first + offset)];
+  }
   void reset();
   void start_als(bool synchronous);
   void finish_measurements();

@@ -13,13 +13,20 @@
 #include <iterator>
 #include <utility>
 
-#include "driver/nodes.h"
 #include "vd6281.h"
 
 namespace spectralsim {
 
 namespace {
 
+// The phone's nodes and files, and the requests that its kernel answers. They are written here a
+// second time, so that a wrong one in the library is found.
+constexpr char kFactoryFilePath[] = "/mnt/vendor/persist/camera/ials_fac_test";
+constexpr unsigned long kReadRegisters = 0xC1085201;
+constexpr unsigned long kRouteSetup = 0x4B24;
+constexpr unsigned long kSetup = 0xC0104B22;
+constexpr unsigned long kTerminate = 0xC0104B23;
+constexpr unsigned long kRouteTerminate = 0x4B19;
 constexpr char kUnparsedFilePath[] = "/data/unparsed_flicker_data";
 constexpr char kDumpFilePath[] = "/data/flicker_data.wav";
 constexpr char kNoFile[] = "/nonexistent/libzelk_flicker.so";
@@ -59,14 +66,18 @@ Node Kernel::node_of_path(const char* path) {
     const char* path;
     Node node;
   };
-  static constexpr Place kPlaces[] = {{spectral::kDevicePath, Node::kDevice},
-                                      {spectral::kEnablePath, Node::kEnable},
-                                      {spectral::kReadBytePath, Node::kReadByte},
-                                      {spectral::kWriteBytePath, Node::kWriteByte},
-                                      {spectral::kFactoryFilePath, Node::kFactoryFile},
-                                      {spectral::kTunnelPath, Node::kTunnel},
-                                      {kUnparsedFilePath, Node::kUnparsedFile},
-                                      {kDumpFilePath, Node::kDumpFile}};
+  static constexpr Place kPlaces[] = {
+      {"/dev/vd6281", Node::kDevice},
+      {"/sys/devices/platform/soc/ac4b000.qcom,cci/ac4b000.qcom,cci:st,iridel@20/iridel_enable",
+       Node::kEnable},
+      {"/sys/devices/platform/soc/ac4b000.qcom,cci/ac4b000.qcom,cci:st,iridel@20/iridel_read_byte",
+       Node::kReadByte},
+      {"/sys/devices/platform/soc/ac4b000.qcom,cci/ac4b000.qcom,cci:st,iridel@20/iridel_write_byte",
+       Node::kWriteByte},
+      {kFactoryFilePath, Node::kFactoryFile},
+      {"/dev/sensor_tunnel", Node::kTunnel},
+      {kUnparsedFilePath, Node::kUnparsedFile},
+      {kDumpFilePath, Node::kDumpFile}};
   if (path == nullptr) return Node::kNone;
   for (const Place& place : kPlaces) {
     if (std::strcmp(place.path, path) == 0) return place.node;
@@ -144,11 +155,12 @@ int Kernel::open_descriptor(Node node, bool truncate) {
   return fd;
 }
 
-int Kernel::open(Node node, bool truncate) {
+int Kernel::open(Node node, bool close_on_exec, bool truncate) {
   const Entry entry(m_mutex);
   Event event;
   event.call = Call::kOpen;
   event.node = node;
+  event.close_on_exec = close_on_exec;
   if (const auto fault = strike(Call::kOpen, node, -1)) {
     fail_with(*fault);
   } else if (m_absent.count(node) != 0 || (node == Node::kFactoryFile && !m_has_factory_file)) {
@@ -272,8 +284,7 @@ long Kernel::read_registers(VD6281_Transfer_t* block, Event* event) {
 
 long Kernel::tunnel_request(unsigned long request, const std::uint32_t* words, Event* event) {
   event->address = static_cast<int>(request & 0xFF);
-  const bool has_words =
-      request == spectral::SENSOR_TUNNEL_SETUP || request == spectral::SENSOR_TUNNEL_TERMINATE;
+  const bool has_words = request == kSetup || request == kTerminate;
   if (has_words) {
     char text[32];
     std::snprintf(text, sizeof text, " %x/%u", words[1], words[3]);
@@ -283,20 +294,19 @@ long Kernel::tunnel_request(unsigned long request, const std::uint32_t* words, E
     return fail_with(*fault);
   }
   switch (request) {
-    case spectral::SENSOR_TUNNEL_ROUTE_SETUP:
-    case spectral::SENSOR_TUNNEL_ROUTE_TERMINATE:
-      m_hub.route(request == spectral::SENSOR_TUNNEL_ROUTE_SETUP);
+    case kRouteSetup:
+    case kRouteTerminate:
+      m_hub.route(request == kRouteSetup);
       return 0;
-    case spectral::SENSOR_TUNNEL_SETUP:
-    case spectral::SENSOR_TUNNEL_TERMINATE:
+    case kSetup:
+    case kTerminate:
       break;
     default:
       return fail_with(ENOTTY);
   }
   if (words[0] != 0 || words[2] != 1) return fail_with(EINVAL);
-  const bool known = request == spectral::SENSOR_TUNNEL_SETUP
-                         ? m_hub.set_up(words[1], words[3], m_clock.now_ns())
-                         : m_hub.terminate(words[1], words[3]);
+  const bool known = request == kSetup ? m_hub.set_up(words[1], words[3], m_clock.now_ns())
+                                       : m_hub.terminate(words[1], words[3]);
   return known ? 0 : fail_with(EINVAL);
 }
 
@@ -306,7 +316,7 @@ int Kernel::ioctl(int fd, unsigned long request, void* argument) {
   long result = -1;
   if (event.node == Node::kTunnel) {
     result = tunnel_request(request, static_cast<const std::uint32_t*>(argument), &event);
-  } else if (event.node == Node::kDevice && request == spectral::kReadRegistersRequest) {
+  } else if (event.node == Node::kDevice && request == kReadRegisters) {
     result = read_registers(static_cast<VD6281_Transfer_t*>(argument), &event);
   } else {
     fail_with(ENOTTY);

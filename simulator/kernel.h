@@ -59,7 +59,7 @@ class Kernel {
   Node node_of_fd(int fd) const;
 
   // Like the system calls of the same names, these return a result, or -1 and set errno.
-  int open(Node node, bool truncate = false);
+  int open(Node node, bool close_on_exec, bool truncate = false);
   int close(int fd);
   ssize_t read(int fd, void* buffer, std::size_t size);
   ssize_t write(int fd, const void* buffer, std::size_t size);

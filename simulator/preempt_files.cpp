@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <optional>
 
@@ -26,11 +27,11 @@ namespace {
 
 // Opens the path on the phone and returns the result; returns nothing if the path is not the
 // phone's.
-std::optional<int> open_on_phone(const char* path) {
+std::optional<int> open_on_phone(const char* path, int flags) {
   Kernel* kernel = Kernel::current();
   const Node node = Kernel::node_of_path(path);
   if (kernel == nullptr || node == Node::kNone) return std::nullopt;
-  return kernel->open(node);
+  return kernel->open(node, (flags & O_CLOEXEC) != 0);
 }
 
 ssize_t read_stream(void* cookie, char* buffer, size_t size) {
@@ -61,7 +62,7 @@ std::optional<FILE*> fopen_on_phone(const char* path, const char* mode) {
   const Node node = Kernel::node_of_path(path);
   if (kernel == nullptr || node == Node::kNone) return std::nullopt;
   const spectralsim::Inside inside;
-  const int fd = kernel->open(node, mode[0] == 'w');
+  const int fd = kernel->open(node, std::strchr(mode, 'e') != nullptr, mode[0] == 'w');
   if (fd < 0) return nullptr;
   const bool is_read = node == Node::kTunnel || node == Node::kFactoryFile;
   return is_read ? stream_of(kernel, fd, mode) : fdopen(fd, mode);
@@ -80,7 +81,7 @@ bool takes_mode(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE
 template <typename Pass>
 int open_or_pass(const char* path, int flags, va_list arguments, Pass pass) {
   const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
-  const auto fd = open_on_phone(path);
+  const auto fd = open_on_phone(path, flags);
   return fd ? *fd : pass(mode);
 }
 

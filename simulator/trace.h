@@ -26,6 +26,7 @@ struct Event {
   Call call = Call::kLog;
   Node node = Node::kNone;
   int fd = -1;
+  bool close_on_exec = false;  // of an open
   // The register read or written, the first register of a list, or the low byte of a tunnel
   // request.
   int address = -1;
