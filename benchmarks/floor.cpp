@@ -125,8 +125,10 @@ void Floor::issue(Step* step) {
 
 int Floor::opens(Node node) {
   if (node == Node::kTunnel) {
-    m_tunnel = std::fopen(spectral::kTunnelPath, "r");
+    static char buffer[4096];  // as the library gives the stream one
+    m_tunnel = std::fopen(spectral::kTunnelPath, "re");
     if (m_tunnel == nullptr) give_up("fopen");
+    std::setvbuf(m_tunnel, buffer, _IOFBF, sizeof buffer);
     return fileno(m_tunnel);
   }
   const int fd = open(path_of(node), flags_of(node));
