@@ -13,6 +13,7 @@
 
 long heap::live_blocks() { return -1; }
 long heap::allocations() { return -1; }
+bool heap::fail_allocation(int) { return false; }
 
 #else
 
@@ -36,6 +37,17 @@ void count_allocation() {
   if (!spectralsim::Phone::is_inside()) g_allocations.fetch_add(1, std::memory_order_relaxed);
 }
 
+std::atomic<int> g_until_failure{0};
+std::atomic<bool> g_has_failed{false};
+
+// Whether this allocation is the one that is to fail.
+bool fails_now() {
+  if (g_until_failure.load(std::memory_order_relaxed) == 0) return false;
+  if (spectralsim::Phone::is_inside() || g_until_failure.fetch_sub(1) != 1) return false;
+  g_has_failed = true;
+  return true;
+}
+
 void* counted(void* block) {
   if (block != nullptr) g_blocks.fetch_add(1, std::memory_order_relaxed);
   count_allocation();
@@ -46,7 +58,9 @@ void* counted(void* block) {
 
 extern "C" {
 
-STANDS_FOR_LIBC void* malloc(std::size_t size) { return counted(__libc_malloc(size)); }
+STANDS_FOR_LIBC void* malloc(std::size_t size) {
+  return fails_now() ? nullptr : counted(__libc_malloc(size));
+}
 STANDS_FOR_LIBC void* calloc(std::size_t count, std::size_t size) {
   return counted(__libc_calloc(count, size));
 }
@@ -80,5 +94,10 @@ STANDS_FOR_LIBC void free(void* block) {
 
 long heap::live_blocks() { return g_blocks.load(std::memory_order_relaxed); }
 long heap::allocations() { return g_allocations.load(std::memory_order_relaxed); }
+
+bool heap::fail_allocation(int nth) {
+  g_until_failure = nth;
+  return g_has_failed.exchange(false);
+}
 
 #endif

@@ -18,8 +18,6 @@ class AlsCapture : public SensorTest {
     for (auto& gain : sensor->m_alsConfig.gainCode) gain = code;
   }
 
-  std::int64_t now_ms() { return phone.clock().now_ns() / spectralsim::kNsPerMs; }
-
   SpectralSensorOutput output = {};
 };
 
@@ -36,7 +34,7 @@ TEST_F(AlsCapture, ConfiguresExposureAndTheMaskedChannels) {
   EXPECT_THAT(actual.channelGain, ::testing::Each(1.0f));
 }
 
-TEST_F(AlsCapture, WritesTheTakenConfigurationOnlyOnSuccess) {
+TEST_F(AlsCapture, KeepsTheActualConfigurationOfAFailedChange) {
   ALSConfig wanted;
   wanted.exposureTime = 160000;
   ALSConfig actual;
@@ -50,10 +48,11 @@ TEST_F(AlsCapture, WritesTheTakenConfigurationOnlyOnSuccess) {
   };
   phone.fail(Fault::register_write().at(0x26).returning(-9));
   fails_with("-9");
-  EXPECT_EQ(phone.trace().size(), 6u) << "the channels after the failing one are left alone";
-  dev().flicker_channels = 0x08;
-  fails_with("1");
-  dev().flicker_channels = 0;
+  EXPECT_EQ(phone.trace().size(), 6u) << "the channels behind the failing one are not written";
+  {
+    const Scoped busy(dev().flicker_channels, 0x08);
+    fails_with("1");
+  }
   sensor->StartExpALS();
   fails_with("7");
   EXPECT_EQ(phone.trace().size(), 1u);
@@ -89,17 +88,15 @@ TEST_F(AlsCapture, DefaultCaptureReadsTheLight) {
   phone.chip().scene(spectralsim::Scene({1.0, 2.0, 4.0, 8.0, 16.0, 32.0}));
   sensor->m_alsConfig.exposureTime = 160000;
   const std::int64_t started_ms = now_ms();
-  timespec boot = {};
-  clock_gettime(CLOCK_BOOTTIME, &boot);
+  const std::uint64_t started_ns = boot_time_ns();
   EXPECT_EQ(sensor->Process(1, &output), 0);
-  EXPECT_EQ(now_ms() - started_ms, 160) << "polls each millisecond";
+  EXPECT_EQ(now_ms() - started_ms, 160) << "the status is polled every millisecond";
   EXPECT_EQ(output.als.valid, 1);
   EXPECT_EQ(output.als.channelMask, 0x1B);
   EXPECT_EQ(output.als.exposureMs, 160.0f);
   EXPECT_EQ(output.als.gain, 1.0f);
   EXPECT_THAT(output.als.value, ElementsAre(160.0f, 320.0f, 0.0f, 1280.0f, 2560.0f, 0.0f));
-  EXPECT_EQ(output.als.timestamp, static_cast<std::uint64_t>(boot.tv_sec) * 1000000000u +
-                                      static_cast<std::uint64_t>(boot.tv_nsec));
+  EXPECT_EQ(output.als.timestamp, started_ns);
   EXPECT_EQ(dev().state, 1u);
 }
 
@@ -109,11 +106,14 @@ TEST_F(AlsCapture, NormalisesToTheSmallestGainOfTheDeliveredChannels) {
   const std::uint16_t codes[6] = {640, 1280, 100, 2560, 320, 181};
   std::copy(std::begin(codes), std::end(codes), sensor->m_alsConfig.gainCode);
   EXPECT_EQ(sensor->Process(1, &output), 0);
-  EXPECT_EQ(output.als.gain, 1.25f) << "channels 2 and 5 do not count";
+  EXPECT_EQ(output.als.gain, 1.25f) << "channels 2 and 5 are not delivered";
   for (const int n : {0, 1, 3, 4}) EXPECT_NEAR(output.als.value[n], 200.0f, 0.05f);
+}
+
+TEST_F(AlsCapture, ReportsTheGainsThatTheChipApplied) {
   set_gains(65535);
   EXPECT_EQ(sensor->Process(1, &output), 0);
-  EXPECT_EQ(sensor->m_alsConfig.gainCode[0], 17067) << "what the device took";
+  EXPECT_EQ(sensor->m_alsConfig.gainCode[0], 17067);
   EXPECT_NEAR(output.als.gain, 66.67f, 0.01f);
 }
 
@@ -126,7 +126,8 @@ TEST_F(AlsCapture, UsesTheSlopesUnlessCalibrated) {
   sensor->m_calibrationValid = 1;
   sensor->m_calibrationFactor[0] = 3.0f;
   EXPECT_EQ(sensor->Process(1, &output), 0);
-  EXPECT_EQ(output.als.value[0], 160.0f) << "raw, without the factor";
+  EXPECT_EQ(output.als.value[0], 160.0f)
+      << "the raw count, without the slope and without the factor";
 }
 
 TEST_F(AlsCapture, TimesOutAfter8192MillisecondsWithoutAnError) {
@@ -146,17 +147,17 @@ TEST_F(AlsCapture, IsAbortedWithinAMillisecond) {
   EXPECT_EQ(sensor->Process(1, &output), 0);
   EXPECT_EQ(output.als.valid, 0);
   EXPECT_EQ(now_ms() - started_ms, 50);
-  EXPECT_EQ(dev().state, 1u) << "stopped";
+  EXPECT_EQ(dev().state, 1u) << "the measurement is stopped";
   EXPECT_EQ(sensor->Process(1, &output), 0);
-  EXPECT_EQ(now_ms() - started_ms, 51) << "one pass while the flag stays clear";
+  EXPECT_EQ(now_ms() - started_ms, 51) << "a cleared flag ends the wait after one poll";
 }
 
-TEST_F(AlsCapture, AReadErrorIsMinus22WithoutAMessageWhileWaiting) {
+TEST_F(AlsCapture, ReturnsMinus22WithoutAMessageForAFailedReadWhileWaiting) {
   phone.fail(Fault::register_write().at(0x02).returning(-4)).clear_trace();
   output.als.valid = 1;
   EXPECT_EQ(sensor->Process(1, &output), -22);
   EXPECT_EQ(output.als.valid, 0);
-  EXPECT_EQ(phone.log().size(), 1u) << "the failed write's own";
+  EXPECT_EQ(phone.log().size(), 1u) << "the message of the failed write";
   EXPECT_EQ(dev().state, 1u);
 }
 
@@ -181,10 +182,10 @@ TEST_F(AlsCapture, ReadWithoutWaitingTakesOnlyAResultThatIsReady) {
   EXPECT_EQ(result.timestamp, 77u);
 }
 
-TEST_F(AlsCapture, GoesOnReadingThoughConfigurationOrStartFailed) {
+TEST_F(AlsCapture, ReadsEvenIfTheConfigurationOrTheStartFailed) {
   phone.chip().pin(0x02, 0x02);
   phone.fail(Fault::register_write().at(0x1E)).clear_trace();
-  EXPECT_EQ(sensor->Process(1, &output), -22) << "no ALS runs";
+  EXPECT_EQ(sensor->Process(1, &output), -22) << "no measurement runs";
   EXPECT_THAT(phone.events(),
               ElementsAre("write 1e=c8 failed (EIO)",
                           error_line("VD6281_WrByte failed, addr = 0x1e, data = 200\n"),
@@ -196,20 +197,19 @@ TEST_F(AlsCapture, GoesOnReadingThoughConfigurationOrStartFailed) {
   EXPECT_THAT(phone.log(),
               ElementsAre(error_line("StartExpALS: Cannot start ALS exposure  -1, channel=0x0"),
                           error_line("StopExpALS: Cannot stop ALS exposure  -8")));
-  phone.clear_trace();
-  EXPECT_EQ(sensor->CaptureALSDefault(nullptr), -22);
 }
 
-TEST_F(AlsCapture, ProcessRefusesANullOutputAndUnknownModes) {
+TEST_F(AlsCapture, RefusesANullOutputAndUnknownModes) {
   EXPECT_THAT(events_of([&] {
                 EXPECT_EQ(sensor->Process(1, nullptr), -22);
                 EXPECT_EQ(sensor->Process(0, &output), -22);
                 EXPECT_EQ(sensor->Process(3, &output), -22);
               }),
               IsEmpty());
+  EXPECT_EQ(sensor->CaptureALSDefault(nullptr), -22);
 }
 
-TEST(AlsNormalisation, ScalesCountsWithoutTheFractionAndSaturates) {
+TEST(AlsNormalisation, ScalesCountsCutsOffTheFractionAndSaturates) {
   constexpr float kInfinity = std::numeric_limits<float>::infinity();
   EXPECT_EQ(spectral::scale_count(1000, 3.0f), 333u);
   EXPECT_EQ(spectral::scale_count(0xFFFFFF, 1.0f), 0xFFFFFFu);
@@ -218,6 +218,9 @@ TEST(AlsNormalisation, ScalesCountsWithoutTheFractionAndSaturates) {
   EXPECT_EQ(spectral::scale_count(0, 0.0f), 0u);
   EXPECT_EQ(spectral::scale_count(5, kInfinity), 0u);
   EXPECT_EQ(spectral::scale_count(5, std::numeric_limits<float>::quiet_NaN()), 0u);
+}
+
+TEST(AlsNormalisation, FindsTheSmallestGainOfAChannelMask) {
   const float gains[6] = {3, 2, 1, 5, 6, 7};
   EXPECT_EQ(spectral::smallest_gain(0x1B, gains, 100), 2);
   EXPECT_EQ(spectral::smallest_gain(0x20, gains, 6), 6);

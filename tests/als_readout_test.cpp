@@ -5,7 +5,7 @@ namespace {
 
 class AlsReadout : public SensorTest {
  protected:
-  // A running measurement whose six results the chip answers with i + 1 in each byte of channel i.
+  // Starts a measurement whose result on each channel i is raw_of(i).
   void measure(unsigned char channels) {
     bring_up();
     ASSERT_EQ(sensor->VD6281_Start(VD6281_MODE_ALS_SINGLE_SHOT, channels), 0);
@@ -27,7 +27,7 @@ constexpr std::uint32_t raw_of(std::uint32_t i) {
   return (16 * (i + 1)) << 16 | (16 * (i + 1) + 1) << 8 | (16 * (i + 1) + 2);
 }
 
-TEST_F(AlsReadout, ChecksInOrderAndTouchesNothingWhenItRefuses) {
+TEST_F(AlsReadout, ChecksInOrderAndChangesNothingWhenItRefuses) {
   EXPECT_EQ(sensor->VD6281_GetAlsValues(64, nullptr, nullptr), -4);
   bring_up();
   EXPECT_THAT(events_of([&] {
@@ -40,7 +40,6 @@ TEST_F(AlsReadout, ChecksInOrderAndTouchesNothingWhenItRefuses) {
                 }
                 dev().state = 3;
                 EXPECT_EQ(sensor->VD6281_GetAlsValues(1, &values, &ready), 8);
-                dev().state = 1;
               }),
               IsEmpty());
   EXPECT_EQ(ready, 9);
@@ -57,10 +56,10 @@ TEST_F(AlsReadout, ReadsAllChannelsInOneBurst) {
   EXPECT_THAT(values.raw_count,
               ElementsAre(raw_of(0), raw_of(1), raw_of(2), raw_of(3), raw_of(4), raw_of(5)));
   EXPECT_THAT(values.count, ElementsAre(raw_of(0), raw_of(1) / 2, 77, raw_of(3), raw_of(4), 77))
-      << "corrected for the channels measured, asked for or not";
+      << "the slopes correct every measured channel, whether it was asked for or not";
 }
 
-TEST_F(AlsReadout, ReadsTheAskedChannelsByteByByte) {
+TEST_F(AlsReadout, ReadsTheRequestedChannelsByteByByte) {
   measure(0x1B);
   EXPECT_THAT(
       events_of([&] { EXPECT_EQ(sensor->VD6281_GetAlsValues_Ref(0x06, &values, &ready), 0); }),
@@ -71,7 +70,7 @@ TEST_F(AlsReadout, ReadsTheAskedChannelsByteByByte) {
   EXPECT_THAT(values.count, ElementsAre(88, raw_of(1), 77, 88, 88, 77));
 }
 
-TEST_F(AlsReadout, AsksNoFurtherWhileNoResultWaits) {
+TEST_F(AlsReadout, ReadsTheStatusAloneWhileNoResultWaits) {
   measure(0x1B);
   phone.chip().pin(0x02, 0xFF);
   EXPECT_THAT(events_of([&] { EXPECT_EQ(sensor->VD6281_GetAlsValues(0x1B, &values, &ready), 0); }),
@@ -80,26 +79,34 @@ TEST_F(AlsReadout, AsksNoFurtherWhileNoResultWaits) {
   EXPECT_EQ(values.channels, 0xEE);
 }
 
-TEST_F(AlsReadout, ReportsReadyWithEveryFailure) {
+TEST_F(AlsReadout, ReportsReadyWhenTheStatusCannotBeRead) {
   measure(0x1B);
   phone.fail(Fault::register_read().at(0x02).returning(-3));
   EXPECT_EQ(sensor->VD6281_GetAlsValues(0x1B, &values, &ready), -3);
   EXPECT_THAT(phone.log(), ElementsAre(error_line("VD6281_RdByte ioctl failed")));
   EXPECT_EQ(ready, 1);
-  phone.heal().fail(Fault::register_read().at(0x06).returning(-4)).clear_trace();
+}
+
+TEST_F(AlsReadout, KeepsTheValuesWhenTheBurstFails) {
+  measure(0x1B);
+  phone.fail(Fault::register_read().at(0x06).returning(-4));
   EXPECT_EQ(sensor->VD6281_GetAlsValues(0x1B, &values, &ready), -4);
   EXPECT_THAT(phone.events(), ElementsAre("read 02=00", "read 06..1c gave -4",
                                           error_line("VD6281_GetAlsValues ioctl failed")));
   EXPECT_EQ(values.channels, 0xEE);
   EXPECT_THAT(values.raw_count, ::testing::Each(88));
-  phone.heal().fail(Fault::register_read().at(0x0B).returning(-6)).clear_trace();
+}
+
+TEST_F(AlsReadout, KeepsTheValuesFromTheFailedChannelOn) {
+  measure(0x1B);
+  phone.fail(Fault::register_read().at(0x0B).returning(-6));
   EXPECT_EQ(sensor->VD6281_GetAlsValues_Ref(0x1B, &values, &ready), -6);
   EXPECT_THAT(phone.log(), ElementsAre(error_line("VD6281_RdByte ioctl failed")));
   EXPECT_EQ(values.channels, 0xEE);
   EXPECT_THAT(values.raw_count, ElementsAre(raw_of(0), 88, 88, 88, 88, 88));
 }
 
-TEST_F(AlsReadout, DeliversTheValuesThoughTheAcknowledgeFails) {
+TEST_F(AlsReadout, DeliversTheValuesEvenIfTheAcknowledgeFails) {
   measure(0x1B);
   phone.fail(Fault::register_write().at(0x02).returning(-5));
   EXPECT_THAT(events_of([&] { EXPECT_EQ(sensor->VD6281_GetAlsValues(0, &values, &ready), -5); }),
@@ -109,7 +116,7 @@ TEST_F(AlsReadout, DeliversTheValuesThoughTheAcknowledgeFails) {
   EXPECT_EQ(values.count[0], raw_of(0));
 }
 
-TEST_F(AlsReadout, AnswersReadyWithoutADevice) {
+TEST_F(AlsReadout, FailsInEachStepWithoutADevice) {
   EXPECT_EQ(sensor->is_data_ready(&dev(), &ready), -4);
   EXPECT_EQ(ready, 1);
   unsigned int count = 5;
@@ -118,7 +125,7 @@ TEST_F(AlsReadout, AnswersReadyWithoutADevice) {
   EXPECT_EQ(sensor->acknowledge_irq(&dev()), -4);
 }
 
-TEST_F(AlsReadout, CorrectsSlopesOnlyFromTheOtp) {
+TEST_F(AlsReadout, CorrectsByTheSlopesOfTheOtpOnly) {
   VD6281_device record = {};
   record.als_channels = 0x21;
   record.otp_usage_enable = 1;
@@ -131,6 +138,9 @@ TEST_F(AlsReadout, CorrectsSlopesOnlyFromTheOtp) {
   record.otp_usage_enable = 0;
   sensor->cook_values_slope(&record, &values);
   EXPECT_EQ(values.count[0], 1000u);
+}
+
+TEST_F(AlsReadout, LimitsACorrectedCountTo24Bits) {
   EXPECT_EQ(sensor->cook_values_slope_channel(0xFF, 0xFFFFFF), 0xFFFFFFu);
   EXPECT_EQ(sensor->cook_values_slope_channel(0x80, 0xFFFFFF), 0xFFFFFFu);
   EXPECT_EQ(sensor->cook_values_slope_channel(0x40, 1001), 500u);

@@ -6,7 +6,7 @@
 
 namespace {
 
-std::string line(const std::string& text) { return "log D ambient-light-sensor: " + text; }
+std::string line(const std::string& text) { return log_line('D', "ambient-light-sensor", text); }
 
 class AmbientLight : public SensorTest {
  protected:
@@ -29,7 +29,7 @@ TEST_F(AmbientLight, StartsAndStopsInEitherMode) {
   EXPECT_EQ(als.Enable(true, static_cast<Spectral_AlsMode_t>(9)), -1);
 }
 
-TEST_F(AmbientLight, SetsGainsAsFactorsOfItsChannels) {
+TEST_F(AmbientLight, SetsGainFactorsOfSupportedChannels) {
   float actual = 9.0f;
   EXPECT_EQ(als.SetGain(0x01, 1.0f, nullptr), 1);
   EXPECT_EQ(als.SetGain(0x03, 1.0f, &actual), 1);
@@ -52,7 +52,7 @@ TEST_F(AmbientLight, SetsGainsAsFactorsOfItsChannels) {
   EXPECT_EQ(als.IsValidSingleChannel(0x40, 0xFF), 1);
 }
 
-TEST_F(AmbientLight, PassesExposureAndPeriodOn) {
+TEST_F(AmbientLight, SetsExposureAndPeriodOfTheDriver) {
   unsigned int actual = 0;
   EXPECT_EQ(als.SetExposureTime(100000, &actual), 0);
   EXPECT_EQ(actual, 100800u);
@@ -66,7 +66,7 @@ TEST_F(AmbientLight, ReadsAResultWhenItIsReady) {
   EXPECT_EQ(als.GetAlsValues(config, nullptr), 1);
   result.valid = 5;
   EXPECT_EQ(als.GetAlsValues(config, &result), 8);
-  EXPECT_EQ(result.valid, 5) << "not touched by an error";
+  EXPECT_EQ(result.valid, 5) << "an error does not change the result";
   unsigned int exposure = 0;
   als.SetExposureTime(80000, &exposure);
   als.Enable(true, SPECTRAL_ALS_SINGLE_SHOT);
@@ -79,11 +79,11 @@ TEST_F(AmbientLight, ReadsAResultWhenItIsReady) {
   EXPECT_EQ(result.channelMask, 0x1B);
   EXPECT_EQ(result.value[0], 80.0f);
   EXPECT_EQ(result.gain, 1.0f);
-  EXPECT_EQ(result.exposureMs, 320.0f) << "of the configuration given";
+  EXPECT_EQ(result.exposureMs, 320.0f) << "the exposure of the given configuration";
   EXPECT_EQ(result.timestamp, 3u);
 }
 
-TEST_F(AmbientLight, ConvertsByTheSmallestGainDelivered) {
+TEST_F(AmbientLight, ConvertsByTheSmallestGainOfTheDeliveredChannels) {
   VD6281_Als_t raw = {0x13, {10, 20, 30, 40, 50, 60}, {256, 512, 768, 1024, 1280, 1536}};
   const float gains[6] = {4.0f, 2.0f, 0.5f, 8.0f, 2.5f, 0.0f};
   std::copy(std::begin(gains), std::end(gains), config.channelGain);

@@ -28,7 +28,7 @@ TEST_F(Controls, ChecksDevicePointerAndIdInOrder) {
   EXPECT_EQ(value, 99u);
 }
 
-TEST_F(Controls, AreRefusedByState) {
+TEST_F(Controls, AreRefusedWhileAMeasurementRuns) {
   bring_up();
   for (const std::uint32_t state : {2u, 3u, 4u}) {
     dev().state = state;
@@ -39,7 +39,6 @@ TEST_F(Controls, AreRefusedByState) {
     EXPECT_THAT(phone.events(), IsEmpty());
     EXPECT_EQ(get(4, &value), 0);
   }
-  dev().state = 1;
 }
 
 TEST_F(Controls, SwitchAndSizeThePedestal) {
@@ -66,14 +65,15 @@ TEST_F(Controls, NegateAFailedPedestalValue) {
   EXPECT_EQ(set(1, 3), 6);
   EXPECT_THAT(phone.log(),
               ElementsAre(error_line("VD6281_WrByte failed, addr = 0x32, data = 3\n")));
-  EXPECT_EQ(set(0, 3), -6) << "the others are passed up as they are";
+  EXPECT_EQ(set(0, 3), -6) << "the other controls return the failure unchanged";
 }
 
 TEST_F(Controls, SwitchTheDarkOutput) {
+  EXPECT_EQ(sensor->set_output_dark_enable(&dev(), 1), -4);
   bring_up();
   EXPECT_THAT(events_of([&] { EXPECT_EQ(set(3, 42), 0); }), ElementsAre("write 6c=18"));
   EXPECT_EQ(get(3, &value), 0);
-  EXPECT_EQ(value, 42u) << "as the caller gave it";
+  EXPECT_EQ(value, 42u) << "the caller's value";
   EXPECT_THAT(events_of([&] { EXPECT_EQ(set(3, 0), 0); }), ElementsAre("write 6c=07"));
   phone.fail(Fault::register_write().returning(-9));
   EXPECT_EQ(set(3, 1), -9);
@@ -100,7 +100,7 @@ TEST_F(Controls, SetTheDriveStrengthInSteps) {
   EXPECT_EQ(set(4, 4), -2);
 }
 
-TEST_F(Controls, AnswerAFallbackWhenAReadFails) {
+TEST_F(Controls, GiveAFallbackWhenAReadFails) {
   bring_up();
   phone.fail(Fault::register_read().every().returning(-3));
   for (const auto& [id, fallback] : {std::pair(0u, 1u), std::pair(1u, 0u), std::pair(4u, 4u)}) {
@@ -115,12 +115,12 @@ TEST_F(Controls, AnswerAFallbackWhenAReadFails) {
   EXPECT_EQ(value, 0u);
   EXPECT_EQ(sensor->get_sda_drive_value(&dev(), &value), -4);
   EXPECT_EQ(value, 4u);
-  EXPECT_EQ(sensor->set_output_dark_enable(&dev(), 1), -4);
 }
 
 TEST_F(Controls, ChooseTheTrimValues) {
-  phone.chip().otp(spectralsim::Otp().osc_trim(0x1AB).osc2_trim(3));
+  phone.chip().otp(spectralsim::Otp().osc_trim(0x1AB));
   bring_up();
+  dev().otp_osc2_trim = 0xF3;  // the register has four bits
   EXPECT_THAT(events_of([&] { EXPECT_EQ(set(128, 0), 0); }),
               ElementsAre("write 3d=01", "write 3e=00", "write 3f=e3", "write 40=07"));
   EXPECT_THAT(events_of([&] { EXPECT_EQ(set(128, 7), 0); }),
@@ -129,7 +129,7 @@ TEST_F(Controls, ChooseTheTrimValues) {
   EXPECT_EQ(value, 7u);
   phone.fail(Fault::register_write().returning(-5));
   EXPECT_EQ(set(128, 0), -5);
-  EXPECT_EQ(dev().otp_usage_enable, 0u) << "stored before the trimming";
+  EXPECT_EQ(dev().otp_usage_enable, 0u) << "the control is stored before the registers are written";
 }
 
 TEST_F(Controls, ReachTheWorkAroundsByIdentifier) {
@@ -148,7 +148,7 @@ TEST_F(Controls, ReachTheWorkAroundsByIdentifier) {
     EXPECT_EQ(value, kIds[i]);
     value = kIds[i] | 0x80000000;
     EXPECT_EQ(get(129, &value), 0);
-    EXPECT_EQ(value, kIds[i] | 0x80000000) << "a bit the caller passes in stays";
+    EXPECT_EQ(value, kIds[i] | 0x80000000) << "the flag that the caller passes in is not cleared";
   }
   EXPECT_EQ(dev().wa[6], 1);
   EXPECT_EQ(set(129, 12345), 1);

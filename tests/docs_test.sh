@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# docs/integration.md is true: it lists every log line of the library with its priority and no other,
-# names every file that the library opens and allows the requests that it makes, and its factory file
-# gives the factors that it tells. Takes the source folder and, where it is built, spectralsensorctl.
+# Compares docs/integration.md with the library: it must list exactly the library's log lines with
+# their priorities, name every file that the library opens, and allow exactly the requests that the
+# library makes, and its example of a factory file must give the factors that it shows. The arguments
+# are the source folder and, if it has been built, spectralsensorctl.
 set -euo pipefail
 cd "$1"
 tool=${2:-}
@@ -13,101 +14,38 @@ fail() {
   exit 1
 }
 
-# What the sources hand to the log's front, as lines "PRIORITY TEXT", and their literals that are paths.
-# Reads tokens rather than lines: a call may go over several, and a text be several literals.
-cat >"$folder/scan.pl" <<'PERL'
-use strict;
-use warnings;
-
-my ($what, @files) = @ARGV;
-my $literal = qr/"(?:[^"\\\n]|\\.)*"/;
-my $character = qr/(?<![0-9A-Fa-f])'(?:[^'\\\n]|\\.)+'/;
-my %letter = (Debug => 'D', Info => 'I', Warning => 'W', Error => 'E');
-my %front = (SPECTRAL_LOG => undef, SPECTRAL_LOG_ERROR => 'E', SPECTRAL_LOG_WARNING => 'W');
-my $failed = 0;
-
-sub complain {
-  print STDERR "@_\n";
-  $failed = 1;
+# The calls of the log functions, as lines "PRIORITY TEXT". The tag and the priority of a call have no
+# quotes, so that the first literals behind its name are its text, which may be several of them.
+mapfile -t sources < <(find driver flicker service -name '*.h' -o -name '*.cpp' | LC_ALL=C sort)
+log_calls() {
+  perl -0777 -ne '
+    while (/SPECTRAL_LOG(?:_(ERROR|WARNING))?\(([^"]*?)((?:"(?:[^"\\]|\\.)*"\s*)+)/g) {
+      my ($level, $before, $text) = ($1 // "", $2, $3);
+      $level = uc $1 if $before =~ /\bkLog(Debug|Info|Warning|Error)\b/;
+      print substr($level, 0, 1), " ", join("", $text =~ /"((?:[^"\\]|\\.)*)"/g), "\n";
+    }' "${sources[@]}"
 }
-
-# The arguments of the call whose opening parenthesis was just read from $$code.
-sub arguments {
-  my ($code) = @_;
-  my ($depth, @arguments) = (1, '');
-  while ($$code =~ /\G($literal|$character|[^"'(){}\[\],]+|.)/gcs) {
-    my $token = $1;
-    ++$depth if $token =~ /^[({\[]$/;
-    --$depth if $token =~ /^[)}\]]$/;
-    return @arguments if $depth == 0;
-    if ($depth == 1 && $token eq ',') {
-      push @arguments, '';
-    } else {
-      $arguments[-1] .= $token;
-    }
-  }
-  return ();
-}
-
-sub scan_log_calls {
-  my ($file, $code) = @_;
-  pos($code) = 0;
-  while ($code =~ /\G(?:$literal|$character|(\w+)(\s*\()?|.)/gcs) {
-    my ($name, $is_call) = ($1, $2);
-    next unless defined $name && $name =~ /^(?:SPECTRAL_LOG|__android_log_)/;
-    next if $name =~ /^__android_log_/ && $file =~ m{^platform/};
-    if (!exists $front{$name} || !$is_call) {
-      complain("$file: $name is not a call of the log's front");
-      next;
-    }
-    my @given = arguments(\$code);
-    my $priority = $front{$name};
-    $priority = (shift(@given) // '') =~ /\bkLog([A-Z]\w+)/ ? $letter{$1} : undef unless $priority;
-    my $format = $given[1] // '';
-    if (!$priority || $format !~ /^\s*(?:$literal\s*)+$/) {
-      complain("$file: no priority, or no literal for a text, in $name(@given)");
-      next;
-    }
-    print "$priority ", join('', $format =~ /"((?:[^"\\\n]|\\.)*)"/g), "\n";
-  }
-}
-
-for my $file (@files) {
-  open my $in, '<', $file or die "$file: $!";
-  my $code = do { local $/; <$in> };
-  complain("$file: raw literals are not understood here") if $code =~ /\bR"/;
-  $code =~ s{($literal|$character)|//[^\n]*|/\*.*?\*/}{defined $1 ? $1 : ' '}gse;
-  $code =~ s/^[ \t]*#(?:\\\n|[^\n])*//gm;
-  scan_log_calls($file, $code) if $what eq 'log';
-  if ($what eq 'paths') {
-    print map { "$_\n" } $code =~ m{"(/[a-z][^"\s]*)"}g;
-  }
-}
-exit $failed;
-PERL
-mapfile -t sources < <(find driver flicker service platform -name '*.h' -o -name '*.cpp' | LC_ALL=C sort)
-scan() {
-  perl "$folder/scan.pl" "$1" "${sources[@]}"
+paths() {
+  sed 's|//.*||' "${sources[@]}" | grep -v '#include' | grep -oE '"/[a-z][^" ]*"' | tr -d '"'
 }
 export LC_ALL=C
 
-# The log: rows "| `text` | E, W | ...".
-scan log >"$folder/calls"
-sort -u "$folder/calls" >"$folder/code"
+# The page lists the log lines in rows "| `text` | E, W | ...".
+log_calls | sort -u >"$folder/code"
 [ "$(wc -l <"$folder/code")" -gt 40 ] || fail "hardly any log line found in the sources"
 sed -n '/^## Log lines$/,/^## [^L]/p' "$page" |
   perl -ne 'if (/^\| `(.*?)` \| ([DIWE](?:, [DIWE])*) \|/) { print "$_ $1\n" for split /, /, $2 }' |
   sort >"$folder/page"
 diff "$folder/page" "$folder/code" || fail "$page and the sources (>) have other log lines"
 
-# Every path is named.
-scan paths | sort -u >"$folder/paths"
+# The page names every path.
+paths | sort -u >"$folder/paths"
 [ "$(wc -l <"$folder/paths")" -gt 6 ] || fail "hardly any path found in the sources"
 while read -r path; do
   grep -F -- "$path" "$page" >/dev/null || fail "$page does not name $path"
 done <"$folder/paths"
 
-# The requests, as SELinux counts them: their low 16 bits.
+# SELinux knows a request by its low 16 bits.
 for request in $(grep -oE '= 0x[0-9A-F]+;' driver/nodes.h | tr -d '=; '); do
   printf '0x%04x\n' $((request & 0xFFFF))
 done | sort >"$folder/requests"
@@ -115,7 +53,7 @@ done | sort >"$folder/requests"
 grep '^allowxperm' "$page" | grep -oE '0x[0-9a-f]+' | sort >"$folder/allowed"
 diff "$folder/allowed" "$folder/requests" || fail "$page and driver/nodes.h (>) have other requests"
 
-# The factory file, on the phone model that the page takes.
+# The factors that the page shows are those of its factory file on the phone model "ostrel".
 [ -n "$tool" ] || exit 0
 sed -n '/^<!-- factory file -->$/,/^```$/p' "$page" | sed '1,2d;$d' >"$folder/factory"
 # shellcheck disable=SC2086
@@ -123,5 +61,5 @@ LD_PRELOAD=$(dirname "$tool")/libspectralsim.so SPECTRALSIM_TIME=virtual SPECTRA
   SPECTRALSIM_FACTORY_FILE="$folder/factory" ${EMULATOR-} "$tool" info >"$folder/info"
 [ "$(grep -cE "^ +[0-5] .*[0-9]$" "$folder/info")" = 6 ] || fail "info has no six factors"
 while read -r line; do
-  grep -xF -- "    $line" <(sed -E "s/^ +/    /" "$page") >/dev/null || fail "$page does not tell: $line"
+  grep -xF -- "    $line" <(sed -E "s/^ +/    /" "$page") >/dev/null || fail "$page does not show: $line"
 done < <(grep -E "^channel|^ +[0-5] " "$folder/info")

@@ -20,20 +20,31 @@ TEST_F(ExposureGain, RoundsTheExposureToTheChipsSteps) {
     const int count = phone.chip().peek(0x1D) << 8 | phone.chip().peek(0x1E);
     EXPECT_EQ(static_cast<unsigned int>(count) * 1600u, taken);
   }
+}
+
+TEST_F(ExposureGain, WritesAnExposureWithoutStoringIt) {
+  bring_up();
   EXPECT_THAT(events_of([&] { sensor->set_exposure(&dev(), 409600, 0); }),
               ElementsAre("write 1e=00", "write 1d=01"));
   unsigned int exposure = 0;
   EXPECT_EQ(sensor->get_exposure(&dev(), &exposure), 0);
-  EXPECT_EQ(exposure, 1636800u) << "not stored";
+  EXPECT_EQ(exposure, 80000u) << "the exposure of the bring-up";
 }
 
-TEST_F(ExposureGain, KeepsTheExposureOfARefusedOrFailedChange) {
-  unsigned int applied = 7;
+TEST_F(ExposureGain, ChecksExposureArgumentsInOrder) {
   EXPECT_EQ(sensor->VD6281_SetExposureTime(1600, nullptr), -4);
   EXPECT_EQ(sensor->VD6281_GetExposureTime(nullptr), -4);
   bring_up();
   EXPECT_EQ(sensor->VD6281_SetExposureTime(1600, nullptr), -1);
   EXPECT_EQ(sensor->VD6281_GetExposureTime(nullptr), -1);
+  unsigned int exposure = 0;
+  EXPECT_EQ(sensor->VD6281_GetExposureTime(&exposure), 0);
+  EXPECT_EQ(exposure, 80000u);
+}
+
+TEST_F(ExposureGain, KeepsTheExposureOfAFailedChange) {
+  unsigned int applied = 7;
+  bring_up();
   phone.fail(Fault::register_write().at(0x1D).returning(-8)).clear_trace();
   EXPECT_EQ(sensor->VD6281_SetExposureTime(480000, &applied), -8);
   EXPECT_THAT(phone.events(),
@@ -42,19 +53,24 @@ TEST_F(ExposureGain, KeepsTheExposureOfARefusedOrFailedChange) {
   phone.heal().fail(Fault::register_write().at(0x1E));
   phone.clear_trace();
   EXPECT_EQ(sensor->VD6281_SetExposureTime(480000, &applied), -1);
-  EXPECT_EQ(phone.trace().size(), 2u) << "the high byte is not tried";
-  phone.heal();
+  EXPECT_EQ(phone.trace().size(), 2u) << "the high byte is not written";
+  EXPECT_EQ(applied, 7u);
+  EXPECT_EQ(dev().exposure, 80000u);
+}
+
+TEST_F(ExposureGain, RefusesAnExposureWhileAlsRuns) {
+  unsigned int applied = 7;
+  bring_up();
   for (const auto& [state, status] : {std::pair(2u, 7), std::pair(4u, 7), std::pair(3u, 0)}) {
     dev().state = state;
     EXPECT_EQ(sensor->VD6281_SetExposureTime(80000, &applied), status);
   }
   EXPECT_EQ(applied, 80000u);
-  EXPECT_EQ(dev().exposure, 80000u);
-  dev().state = 1;
 }
 
-// The fifteen gains, nearest taken, the smaller at exactly half-way.
-TEST_F(ExposureGain, TakesTheNearestGain) {
+TEST_F(ExposureGain, TakesTheNearestOfFifteenGains) {
+  // The highest request for which each gain but the largest is taken. A request that is exactly
+  // half-way between two gains takes the smaller one.
   constexpr int kUpper[] = {196,  234,  288,  373,  533,  746,   1066,
                             1553, 2193, 3413, 5333, 7466, 10666, 14933};
   bring_up();
@@ -96,13 +112,18 @@ TEST_F(ExposureGain, ChecksGainArgumentsInOrder) {
               }),
               IsEmpty());
   EXPECT_EQ(applied, 7);
-  EXPECT_EQ(sensor->set_channel_gain(&dev(), 5, 512), 0) << "no busy check";
+  EXPECT_EQ(sensor->set_channel_gain(&dev(), 5, 512), 0)
+      << "the internal step does not check for a running measurement";
   EXPECT_EQ(dev().channel_gain[5], 427);
+}
+
+TEST_F(ExposureGain, KeepsTheGainOfAFailedChange) {
+  unsigned short applied = 7;
+  bring_up();
   phone.fail(Fault::register_write().returning(-6));
   EXPECT_EQ(sensor->VD6281_SetGain(channel(0x02), 512, &applied), -6);
   EXPECT_EQ(applied, 7);
   EXPECT_EQ(dev().channel_gain[1], 256);
-  dev().als_channels = dev().flicker_channels = 0;
 }
 
 TEST_F(ExposureGain, SetsThePeriodAndReadsItBack) {
@@ -128,7 +149,7 @@ TEST_F(ExposureGain, SetsThePeriodAndReadsItBack) {
   EXPECT_EQ(applied, 61500u);
 }
 
-TEST_F(ExposureGain, RefusesAPeriodByStateAndSilicon) {
+TEST_F(ExposureGain, RefusesAPeriodByRunningMeasurementAndCut) {
   unsigned int applied = 0;
   bring_up();
   for (const auto& [work_around, state, status] :
@@ -140,10 +161,9 @@ TEST_F(ExposureGain, RefusesAPeriodByStateAndSilicon) {
     EXPECT_EQ(sensor->VD6281_SetInterMeasurementTime(20500, &applied), status) << state;
     EXPECT_EQ(sensor->VD6281_SetInterMeasurementTime(20500, nullptr), -1);
   }
-  dev().state = 1;
 }
 
-TEST_F(ExposureGain, TellsTheColourBehindAChannel) {
+TEST_F(ExposureGain, ReportsTheColourOfEachChannel) {
   VD6281_Color_Id_t color = VD6281_COLOR_RED;
   EXPECT_EQ(sensor->VD6281_GetChannelColor(channel(0x01), nullptr), -4);
   bring_up();

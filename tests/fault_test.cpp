@@ -1,4 +1,4 @@
-// Calls on the simulated phone that fail, come back short or come back late.
+// Calls on the simulated phone that fail, return short or return late.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -17,7 +17,7 @@ using spectralsim::kNsPerMs;
 class Faults : public ::testing::Test {
  protected:
   std::int64_t now_ms() { return phone.clock().now_ns() / kNsPerMs; }
-  // What a read of the power attribute gives, or minus its errno.
+  // Returns the result of a read of the power attribute, or minus the errno.
   ssize_t read_power() {
     const int fd = open(spectral::kEnablePath, O_RDWR);
     char text[8];
@@ -30,7 +30,7 @@ class Faults : public ::testing::Test {
   spectralsim::Phone phone;
 };
 
-TEST_F(Faults, MayLastFromOneAccessOn) {
+TEST_F(Faults, MayHitEveryAccessFromOneOn) {
   phone.fail(Fault::parse("read:iridel_enable#3+=EBUSY"));
   EXPECT_EQ(read_power(), 2);
   EXPECT_EQ(read_power(), 2);
@@ -38,7 +38,7 @@ TEST_F(Faults, MayLastFromOneAccessOn) {
   EXPECT_EQ(read_power(), -EBUSY);
 }
 
-TEST_F(Faults, AReadComesBackShort) {
+TEST_F(Faults, AReadMayReturnShort) {
   phone.fail(Fault::parse("read:iridel_enable=1"));
   phone.fail(Fault::read(Node::kEnable).nth(2).returning(0));
   EXPECT_EQ(read_power(), 1);
@@ -57,7 +57,7 @@ TEST_F(Faults, ALateCallIsCarriedOutAndAStalledOneIsNot) {
   EXPECT_EQ(now_ms(), 790);
 }
 
-TEST_F(Faults, ACloseThatFailsClosesAllTheSame) {
+TEST_F(Faults, AFailedCloseStillCloses) {
   phone.fail(Fault::parse("close:iridel_enable=EINTR"));
   phone.fail(Fault::parse("close:sensor_tunnel"));
   const int fd = open(spectral::kEnablePath, O_RDWR);
@@ -73,7 +73,8 @@ TEST_F(Faults, ACloseThatFailsClosesAllTheSame) {
 
 TEST_F(Faults, EveryNodeCanBeNamed) {
   for (const char* text : {"open:sensor_tunnel", "open:unparsed_flicker_data", "dlopen:analysis",
-                           "open:flicker_data.wav", "open:ials_fac_test"}) {
+                           "open:flicker_data.wav", "open:ials_fac_test", "open:iridel_enable",
+                           "open:iridel_read_byte"}) {
     EXPECT_NO_THROW(Fault::parse(text)) << text;
   }
 }
@@ -89,7 +90,7 @@ TEST_F(Faults, TheHubKeepsTenSecondsForALateReader) {
   EXPECT_EQ(static_cast<unsigned char>(bytes[20]) | static_cast<unsigned char>(bytes[21]) << 8 |
                 static_cast<unsigned char>(bytes[22]) << 16,
             360000 - 1001)
-      << "the sequence tells what was lost";
+      << "the sequence number counts the lost packets";
 }
 
 }  // namespace

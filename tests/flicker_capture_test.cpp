@@ -14,21 +14,20 @@ class FlickerCapture : public SensorTest {
     EXPECT_EQ(sensor->Init(2), 0);
     phone.clear_trace();
   }
-  ~FlickerCapture() override { sensor->Uninit(2); }  // Destroy does not unload the library
+  // Destroy does not unload the analysis library.
+  ~FlickerCapture() override { sensor->Uninit(2); }
 
   const FlickerResult& measure() {
     EXPECT_EQ(sensor->Process(2, &output), 0);
     EXPECT_EQ(dev().state, 1u) << "nothing is left running";
-    EXPECT_EQ(phone.open_descriptors(), 3) << "and the tunnel is closed";
+    EXPECT_EQ(phone.open_descriptors(), 3) << "the tunnel is closed";
     return output.flicker;
   }
-
-  std::int64_t now_ms() { return phone.clock().now_ns() / spectralsim::kNsPerMs; }
 
   SpectralSensorOutput output = {};
 };
 
-TEST_F(FlickerCapture, TellsLampsByTheirFlicker) {
+TEST_F(FlickerCapture, ReportsTheFrequenciesOfEachLamp) {
   struct Case {
     const char* scene;
     bool at_100;
@@ -49,21 +48,19 @@ TEST_F(FlickerCapture, TellsLampsByTheirFlicker) {
   EXPECT_THAT(phone.log(), IsEmpty());
 }
 
-TEST_F(FlickerCapture, FillsInWhatIsKnown) {
+TEST_F(FlickerCapture, FillsTheFieldsOfItsResult) {
   phone.scene("mains-50hz");
-  timespec boot = {};
-  clock_gettime(CLOCK_BOOTTIME, &boot);
+  const std::uint64_t started_ns = boot_time_ns();
   const std::int64_t started_ms = now_ms();
   output.als.valid = 7;
   measure();
   EXPECT_NEAR(static_cast<double>(now_ms() - started_ms), 1150.0, 150.0)
-      << "a second, and the rest of the last read";
+      << "a second of samples, up to the end of the last read";
   EXPECT_EQ(output.flicker.channel, 0x20);
   EXPECT_EQ(output.flicker.gain, static_cast<float>(sensor->m_flkGain));
   EXPECT_EQ(output.flicker.valid, 1);
   EXPECT_EQ(output.flicker.freq_a, 100u);
-  EXPECT_EQ(output.flicker.timestamp_ns, static_cast<std::uint64_t>(boot.tv_sec) * 1000000000u +
-                                             static_cast<std::uint64_t>(boot.tv_nsec));
+  EXPECT_EQ(output.flicker.timestamp_ns, started_ns);
   EXPECT_EQ(output.als.valid, 7);
   EXPECT_EQ(std::memcmp(&output.flicker, &sensor->m_flkResult, sizeof(FlickerResult)), 0);
 }
@@ -101,7 +98,7 @@ TEST_F(FlickerCapture, GoesOnWithZerosWhenTheStreamFails) {
   EXPECT_EQ(phone.log()[0], error_line("Failed to open the tunnel device node"));
 }
 
-TEST_F(FlickerCapture, SurvivesLossesStallsAndStrangers) {
+TEST_F(FlickerCapture, SurvivesLostPacketsStallsAndUnknownIds) {
   phone.scene("mains-50hz");
   phone.hub().lose_every(10).insert(77, 3000).stall_after(40, 700);
   measure();
@@ -119,7 +116,7 @@ TEST_F(FlickerCapture, ReportsWhichStepOfTheCaptureFailed) {
   EXPECT_EQ(sensor->ReadFLKData(1000, out), -22);
   EXPECT_EQ(phone.log().back(), error_line(name + "setup Quillon Sensor, error code -22"));
   phone.heal();
-  EXPECT_EQ(sensor->ReadFLKData(2000, out), 0) << "no data counts as success";
+  EXPECT_EQ(sensor->ReadFLKData(2000, out), 0) << "a capture without data succeeds";
   EXPECT_EQ(phone.log().back(), error_line("ReadFLKData, flicker raw data is null"));
   sensor->VD6281_Term();
   EXPECT_EQ(sensor->ReadFLKData(1000, out), -22);
@@ -133,14 +130,15 @@ TEST_F(FlickerCapture, IsAbandonedWhenTheFlagIsCleared) {
   phone.clock().after_ms(300, [&] { sensor->SetEnableFlag(2, false); });
   const std::int64_t started_ms = now_ms();
   measure();
-  EXPECT_LT(now_ms() - started_ms, 800) << "at the end of the read it is in";
+  EXPECT_LT(now_ms() - started_ms, 800) << "it ends with the read in progress";
   EXPECT_EQ(output.flicker.strength_a, 0u);
   EXPECT_EQ(output.flicker.freq_b, 120u);
   EXPECT_EQ(output.flicker.valid, 1);
   EXPECT_EQ(std::memcmp(&before, &sensor->m_flkTrack, sizeof before), 0);
   phone.clear_trace();
   measure();
-  for (const auto& event : phone.trace()) EXPECT_NE(event.node, Node::kTunnel) << "not even opened";
+  for (const auto& event : phone.trace())
+    EXPECT_NE(event.node, Node::kTunnel) << "the tunnel is not opened";
 }
 
 TEST_F(FlickerCapture, WorksWithoutTheAnalysisLibrary) {
@@ -148,11 +146,11 @@ TEST_F(FlickerCapture, WorksWithoutTheAnalysisLibrary) {
   phone.scene("mains-50hz");
   for (int i = 0; i < 2; ++i) measure();
   EXPECT_EQ(output.flicker.strength_a, 0u);
-  EXPECT_EQ(output.flicker.dominant_freq, 0xFFFFFFFFu) << "the -1 that stands for no tone";
+  EXPECT_EQ(output.flicker.dominant_freq, 0xFFFFFFFFu) << "-1, which stands for no tone";
   EXPECT_EQ(output.flicker.dominant_strength, 0u);
 }
 
-TEST_F(FlickerCapture, LogsAFailedStopOnly) {
+TEST_F(FlickerCapture, LogsAFailedStopWithoutFailing) {
   phone.scene("mains-50hz");
   phone.clock().after_ms(300, [&] { phone.fail(Fault::register_read().at(0x31).returning(-7)); });
   EXPECT_EQ(sensor->Process(2, &output), 0);

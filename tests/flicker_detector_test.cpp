@@ -9,9 +9,15 @@ TEST(DetectorResult, IsCompleteWhenACounterIsFull) {
   EXPECT_FALSE(is_complete(DetectorCounters{0, 65534, 254, 0}));
   EXPECT_TRUE(is_complete(DetectorCounters{0, 65535, 0, 0}));
   EXPECT_TRUE(is_complete(DetectorCounters{0, 0, 255, 0}));
+}
+
+TEST(DetectorResult, GivesTheFrequencyOfThePeriodsCounted) {
   EXPECT_EQ(detected_frequency(DetectorCounters{0, 0x3FC0, 255, 0}), 250u);
   EXPECT_EQ(detected_frequency(DetectorCounters{0, 65535, 200, 0}), 48u);
   EXPECT_EQ(detected_frequency(DetectorCounters{0, 0, 255, 0}), 0u);
+}
+
+TEST(DetectorResult, HasFullConfidenceWithoutSaturationAndWithGoodCycles) {
   EXPECT_EQ(detector_confidence(DetectorCounters{2, 0, 0, 10}), 100);
   EXPECT_EQ(detector_confidence(DetectorCounters{3, 0, 0, 10}), 1);
   EXPECT_EQ(detector_confidence(DetectorCounters{2, 0, 0, 9}), 1);
@@ -20,34 +26,34 @@ TEST(DetectorResult, IsCompleteWhenACounterIsFull) {
 class FlickerDetector : public SensorTest {
  protected:
   void answer(int a, int p, int n, int b) {
-    phone.chip()
-        .pin(0x33, static_cast<std::uint8_t>(a >> 8))
-        .pin(0x34, static_cast<std::uint8_t>(a));
-    phone.chip()
-        .pin(0x35, static_cast<std::uint8_t>(p >> 8))
-        .pin(0x36, static_cast<std::uint8_t>(p));
-    phone.chip().pin(0x37, static_cast<std::uint8_t>(n));
-    phone.chip()
-        .pin(0x38, static_cast<std::uint8_t>(b >> 8))
-        .pin(0x39, static_cast<std::uint8_t>(b));
+    const int bytes[] = {a >> 8, a, p >> 8, p, n, b >> 8, b};
+    int address = 0x33;
+    for (const int byte : bytes) {
+      phone.chip().pin(static_cast<std::uint8_t>(address++), static_cast<std::uint8_t>(byte));
+    }
   }
+
   VD6281_FlickerInfo_t info = {9, 9, 9, 9, 9};
 };
 
-TEST_F(FlickerDetector, ChecksInOrderAndReadsOneBurst) {
+TEST_F(FlickerDetector, ChecksDevicePointerAndMeasurementInOrder) {
   EXPECT_EQ(sensor->VD6281_GetFlickerFrequency(nullptr), -4);
   bring_up();
   EXPECT_EQ(sensor->VD6281_GetFlickerFrequency(nullptr), -1);
   EXPECT_EQ(sensor->VD6281_GetFlickerFrequency(&info), -8);
   sensor->VD6281_Start(VD6281_MODE_ALS_SINGLE_SHOT, 1);
   EXPECT_EQ(sensor->VD6281_GetFlickerFrequency(&info), -8);
+}
+
+TEST_F(FlickerDetector, ReadsItsCountersInOneBurst) {
+  bring_up();
   sensor->VD6281_Start(VD6281_MODE_FLICKER, 0x20);
   phone.fail(Fault::register_read().at(0x33).returning(-5));
   EXPECT_THAT(
       events_of([&] { EXPECT_EQ(sensor->VD6281_GetFlickerFrequency(&info), -5); }),
       ElementsAre("read 33..39 gave -5", error_line("VD6281_GetFlickerFrequency ioctl failed")));
   EXPECT_EQ(info.frequency, 9u);
-  answer(2, 0x3FC0, 255, 0x0B);  // the lowest bit does not count: 10
+  answer(2, 0x3FC0, 255, 0x0B);  // 10 good cycles: the lowest bit does not count
   EXPECT_THAT(events_of([&] { EXPECT_EQ(sensor->VD6281_GetFlickerFrequency(&info), 0); }),
               ElementsAre("read 33..39"));
   EXPECT_EQ(info.frequency, 250u);
@@ -62,21 +68,43 @@ TEST_F(FlickerDetector, ChecksInOrderAndReadsOneBurst) {
   EXPECT_EQ(info.valid, 0);
 }
 
-TEST_F(FlickerDetector, TellsTheLampOfTheScene) {
+TEST_F(FlickerDetector, TakesEachBitOfItsCounters) {
+  bring_up();
+  sensor->VD6281_Start(VD6281_MODE_FLICKER, 0x20);
+  for (int bit = 0; bit < 16; ++bit) {
+    answer(0, 1 << bit, 255, 10);
+    sensor->VD6281_GetFlickerFrequency(&info);
+    EXPECT_EQ(info.frequency, 255u * 16000u / (1u << bit));
+    EXPECT_EQ(info.confidence, 100);
+    answer(1 << bit, 16320, 255, 10);
+    sensor->VD6281_GetFlickerFrequency(&info);
+    EXPECT_EQ(info.confidence, bit < 2 ? 100 : 1) << "3 saturated samples are too many";
+    answer(0, 16320, 255, 1 << bit);
+    sensor->VD6281_GetFlickerFrequency(&info);
+    EXPECT_EQ(info.confidence, bit < 4 ? 1 : 100) << "10 good cycles are enough";
+  }
+  for (int bit = 0; bit < 8; ++bit) {
+    answer(0, 65535, 1 << bit, 10);
+    sensor->VD6281_GetFlickerFrequency(&info);
+    EXPECT_EQ(info.frequency, (1u << bit) * 16000u / 65535u);
+  }
+}
+
+TEST_F(FlickerDetector, ReportsTheFrequencyOfTheScene) {
   bring_up();
   phone.scene("mains-60hz");
   sensor->VD6281_SetGain(VD6281_CHANNEL_6, 256, &info.gain);
   sensor->VD6281_Start(VD6281_MODE_FLICKER, 0x20);
   phone.clock().sleep_ns(2 * spectralsim::kNsPerSecond);
   EXPECT_EQ(sensor->VD6281_GetFlickerFrequency(&info), 0);
-  EXPECT_EQ(info.valid, 0) << "255 periods take 2.125 s";
+  EXPECT_EQ(info.valid, 0) << "a measurement of 255 periods takes 2.125 s";
   phone.clock().sleep_ns(spectralsim::kNsPerSecond / 5);
   EXPECT_EQ(sensor->VD6281_GetFlickerFrequency(&info), 0);
   EXPECT_EQ(info.frequency, 120u);
   EXPECT_EQ(info.confidence, 100);
 }
 
-TEST_F(FlickerDetector, PollsFromStartToStop) {
+TEST_F(FlickerDetector, StartsPollsAndStops) {
   EXPECT_EQ(sensor->VD6281_GetFlickerFrequency_Ref(nullptr, 100), 1);
   bring_up();
   const auto polls = [&] {
@@ -98,8 +126,9 @@ TEST_F(FlickerDetector, PollsFromStartToStop) {
   EXPECT_EQ(sensor->VD6281_GetFlickerFrequency_Ref(&info, 0), 0);
   EXPECT_EQ(polls(), 1);
   EXPECT_EQ(info.confidence, 1);
-  sensor->VD6281_Term();
-  phone.clear_trace();
+}
+
+TEST_F(FlickerDetector, ReportsEachStepThatFailsWithoutADevice) {
   EXPECT_EQ(sensor->VD6281_GetFlickerFrequency_Ref(&info, 0), -4);
   EXPECT_THAT(phone.log(),
               ElementsAre(::testing::HasSubstr("StartExpFLK_AutoGain: Cannot start FLK  retVal=-"),
@@ -108,18 +137,22 @@ TEST_F(FlickerDetector, PollsFromStartToStop) {
                                      "-4, channel=0x20")));
 }
 
-TEST_F(FlickerDetector, FillsAResultOfTheServicesKind) {
+TEST_F(FlickerDetector, ClearsTheFlickerResultOfAFailedRead) {
   FlickerResult result = {};
   EXPECT_EQ(sensor->ReadFLK(nullptr), -22);
   bring_up();
   result.strength_a = 5;
-  phone.clear_trace();
   EXPECT_EQ(sensor->ReadFLK(&result), -22);
   EXPECT_THAT(phone.log(), ElementsAre(error_line("ReadFLK: FLK read failed, error code -8, "
                                                   "channel=0x20")));
   EXPECT_EQ(result.freq_a, 100u);
   EXPECT_EQ(result.freq_b, 120u);
   EXPECT_EQ(result.strength_a, 0u);
+}
+
+TEST_F(FlickerDetector, FillsAFlickerResult) {
+  FlickerResult result = {};
+  bring_up();
   sensor->StartExpFLK();
   for (const auto& [ticks, a, b, dominant] :
        {std::tuple(40800, 100u, 0u, 0u), std::tuple(34000, 0u, 100u, 0u),
@@ -132,7 +165,6 @@ TEST_F(FlickerDetector, FillsAResultOfTheServicesKind) {
     EXPECT_EQ(result.dominant_strength, dominant != 0 ? 100u : 0u);
     EXPECT_EQ(result.channel, 0);
   }
-  sensor->StopExpFLK();
 }
 
 }  // namespace

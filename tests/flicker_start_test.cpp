@@ -6,11 +6,12 @@ namespace {
 using spectral::GainChoice;
 
 struct Search {
-  std::vector<int> trials;  // negative on the fallback channel
+  std::vector<int> trials;  // indices of the gains, negative on the fallback channel
   GainChoice choice;
 };
 
-// The search on channels that saturate at gains of these indices and above (lower indices).
+// Searches where the two channels saturate at the gains of these indices and at higher gains, which
+// have lower indices.
 Search search(int preferred_saturates_to, int fallback_saturates_to) {
   Search result;
   result.choice = spectral::search_gain([&](const GainChoice& trial) {
@@ -33,7 +34,7 @@ TEST(GainSearch, FindsTheHighestGainThatDoesNotSaturate) {
   }
 }
 
-TEST(GainSearch, GoesToTheFallbackChannelOnce) {
+TEST(GainSearch, SwitchesToTheFallbackChannelOnce) {
   const Search bright = search(14, 5);
   EXPECT_EQ(bright.trials[0], 14);
   EXPECT_EQ(bright.trials[1], -14);
@@ -49,8 +50,9 @@ class FlickerExposure : public SensorTest {
   FlickerExposure() { bring_up(); }
 };
 
-// Ten accesses start and eight stop the engine of a cut 2.2 chip.
-TEST_F(FlickerExposure, SearchesWithExactlyTheseAccesses) {
+// On cut 2.2: five trials of start, thirteen polls of the saturation counter, and stop, and then
+// the start at the gain that was found.
+TEST_F(FlickerExposure, SearchesWithAFixedSequenceOfAccesses) {
   phone.scene("dark");
   const Lines events = events_of([&] { EXPECT_EQ(sensor->StartExpFLK_AutoGain(), 0); });
   const Lines start = {"write 2a=0f", "write 2d=01", "read 31=00", "write 31=20", "write 41=01",
@@ -85,25 +87,26 @@ TEST_F(FlickerExposure, PollsNothingWhileTheFlagIsClear) {
   EXPECT_EQ(dev().state, 3u);
 }
 
-TEST_F(FlickerExposure, SumsItsErrorsAndGoesOn) {
+TEST_F(FlickerExposure, SumsTheErrorsOfItsSearchAndGoesOn) {
   phone.fail(Fault::register_write().at(0x2A).nth(2).returning(-3))
       .fail(Fault::register_write().at(0x2D).nth(3).returning(-5));
   phone.clear_trace();
   EXPECT_EQ(sensor->StartExpFLK_AutoGain(), -22);
   EXPECT_EQ(phone.log().back().substr(0, 110).find("retVal=-16") != std::string::npos, true)
       << "-3, -5, and -8 of the stop that found nothing running: " << phone.log().back();
-  EXPECT_EQ(dev().state, 3u) << "left running";
-  // A saturation read that fails keeps the byte it had.
-  sensor->StopExpFLK();
-  phone.heal().chip().pin(0x34, 3);
+  EXPECT_EQ(dev().state, 3u) << "flicker runs all the same";
+}
+
+TEST_F(FlickerExposure, AFailedSaturationReadKeepsTheBytesReadBefore) {
+  phone.chip().pin(0x34, 3);
   phone.fail(Fault::register_read().at(0x34).nth(2).returning(-9));
-  EXPECT_EQ(sensor->StartExpFLK_AutoGain(), 0) << "reads are not summed";
+  EXPECT_EQ(sensor->StartExpFLK_AutoGain(), 0) << "a failed read does not count as an error";
   EXPECT_EQ(sensor->m_flkChannelMask, 0x04u);
-  sensor->StopExpFLK();
-  // The gain in effect stays where none was applied.
-  phone.chip().unpin(0x34);
+}
+
+TEST_F(FlickerExposure, KeepsTheStoredGainWhereNoneIsApplied) {
   sensor->m_flkGain = 777;
-  phone.heal().fail(Fault::register_write().at(0x2A).nth(6));
+  phone.fail(Fault::register_write().at(0x2A).nth(6));
   EXPECT_EQ(sensor->StartExpFLK_AutoGain(), -22);
   EXPECT_EQ(sensor->m_flkGain, 777);
   EXPECT_EQ(phone.log().back(), error_line("StartExpFLK_AutoGain: Cannot start FLK  retVal=-1, "
@@ -119,9 +122,11 @@ TEST_F(FlickerExposure, StartsAtTheStoredGain) {
   EXPECT_EQ(sensor->m_flkGain, 320);
   EXPECT_THAT(events_of([&] { EXPECT_EQ(sensor->StartExpFLK(), -22); }),
               ElementsAre(error_line("StartExpFLK: Cannot start FLK  -7, channel=0x20")))
-      << "gain and pedestal are refused in silence";
+      << "the refusals of the gain and of the pedestal are not logged";
   EXPECT_EQ(sensor->StopExpFLK(), 0);
-  phone.clear_trace();
+}
+
+TEST_F(FlickerExposure, ReportsAFailedStartOrStop) {
   EXPECT_EQ(sensor->StopExpFLK(), -22);
   EXPECT_THAT(phone.log(), ElementsAre(error_line("StopExpFLK: Cannot stop FLK exposure  -8")));
   sensor->m_flkChannelMask = 0x1040;

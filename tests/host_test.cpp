@@ -14,7 +14,7 @@ namespace {
 
 [[maybe_unused]] const int g_log_level_set = setenv("SPECTRALHOST_LOG", "warn", 1);
 
-TEST(HostLog, PrintsLogcatsBriefFormatFromTheChosenLevelOn) {
+TEST(HostLog, PrintsTheBriefFormatOfLogcatFromTheChosenLevelOn) {
   ::testing::internal::CaptureStderr();
   __android_log_print(spectral::kLogError, "tag", "%s: code %d\n", "Init", -5);
   __android_log_print(spectral::kLogWarning, "other", "short");

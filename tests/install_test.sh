@@ -1,19 +1,20 @@
 #!/usr/bin/env bash
-# Installs the library into an empty folder and builds the README's program against it, by CMake's
-# find_package and by pkg-config. Takes the build folder, the source folder and the compiler.
+# Installs the library into an empty folder and builds the README's program against it, with CMake's
+# find_package and with pkg-config. The arguments are the build folder, the source folder and the
+# compiler.
 set -euo pipefail
 build=$1 source=$2 compiler=$3
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
-# Reads to the end, unlike grep -q, which would end its writer.
+# Reads all of its input, unlike grep -q, which would end the writing program early.
 has() {
   grep -E "$1" >/dev/null
 }
 
 cmake --install "$build" --prefix "$folder/prefix" >"$folder/log" || { cat "$folder/log"; exit 1; }
 
-# The README's program is the example's.
+# The README shows the example as it is.
 sed -n '/^```cpp$/,/^```$/p' "$source/README.md" | sed '1d;$d' >"$folder/first_reading.cpp"
 diff "$folder/first_reading.cpp" "$source/examples/first_reading.cpp"
 
@@ -40,8 +41,8 @@ for program in "$folder/build/by_cmake" "$folder/by_pkg_config"; do
   LD_TRACE_LOADED_OBJECTS=1 ${EMULATOR-} "$program" | has "$folder/prefix/.*libspectralsensor.so" || { echo "$program does not use the installed library"; exit 1; }
 done
 
-# The tool finds its library and the simulator in the prefix, and comes with what tells of it. An emulator
-# cannot start a program again: there it only shows its help.
+# The installed tool finds its library and the simulator, and its manual page and completion are there.
+# Under an emulator the tool cannot start itself again on the simulator, so it only shows its help.
 if [ -z "${EMULATOR-}" ]; then
   SPECTRALSIM_TIME=virtual "$folder/prefix/bin/spectralsensorctl" --simulate flicker 2>/dev/null | has ' 0x20 '
 else

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The tool's manual page and its bash completion know every command and option that its --help tells.
-# Takes the tool's path and the source folder.
+# The tool's manual page and its bash completion know every command and option that its --help lists.
+# The arguments are the path of the tool and the source folder.
 set -euo pipefail
 program=$1 source=$2
 failed=0
@@ -12,7 +12,7 @@ spectralsensorctl() { ${EMULATOR-} "$program" "$@"; }
 
 # shellcheck source=/dev/null
 . "$source/tools/spectralsensorctl.bash"
-# What completes these words, the last of which is to be completed.
+# Prints the completions of the last of these words.
 completions() {
   COMP_WORDS=("$@")
   COMP_CWORD=$(($# - 1))
@@ -27,7 +27,7 @@ expect() {
   [ "$got" = "$wanted" ] || complain "\"$*\" completes to \"$got\""
 }
 
-# The page without its markup: options as "--name".
+# The page without its markup, with options as "--name".
 page=$(sed -E 's/\\&//g; s/ , -/ , Fl -/g; s/Fl -/--/g; s/-- -/--/g' "$source/tools/spectralsensorctl.1")
 commands=("" info als flicker registers "registers read" "registers write" "registers dump" control
   "control list" "control get" "control set" tunnel "tunnel dump" scenes)
@@ -40,11 +40,11 @@ for command in "${commands[@]}"; do
   done
   case $command in
     registers | control | tunnel | "") ;;
-    *) [[ $page == *$'.Cm '"$command"* ]] || complain "the manual page does not tell of $command" ;;
+    *) [[ $page == *$'.Cm '"$command"* ]] || complain "the manual page does not mention $command" ;;
   esac
   for option in $(grep -oE '^    -.*' <<<"$help" | grep -oE -- '--[a-z-]+'); do
     count=$((count + 1))
-    [ "$option" = --help ] || [[ $page == *"$option"* ]] || complain "the manual page does not tell of $command $option"
+    [ "$option" = --help ] || [[ $page == *"$option"* ]] || complain "the manual page does not mention $command $option"
     # shellcheck disable=SC2086
     [[ " $(completions spectralsensorctl $command --) " == *" $option "* ]] || complain "$command $option does not complete"
   done

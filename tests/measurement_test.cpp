@@ -98,7 +98,7 @@ TEST_F(Measurement, RunsBothEnginesOnDisjointChannels) {
   expect_use(4, 0x1F, 0x20, 0x1F, 1);
   stop(kSingle);
   expect_use(3, 0, 0x20, 0, 1);
-  // Flicker runs: this silicon pauses it around the start.
+  // Cut 2.2 pauses the running flicker measurement while ALS starts.
   EXPECT_THAT(start(kSingle, 0x03), ElementsAre("write 2e=03", "read 31=03", "write 31=02",
                                                 "write 03=01", "write 31=03"));
   expect_use(4, 0x03, 0x20, 0x03, 1);
@@ -109,23 +109,34 @@ TEST_F(Measurement, RunsBothEnginesOnDisjointChannels) {
   expect_use(1, 0, 0, 0, 0);
 }
 
-// Cuts 2.0 and 2.1: what may join what, and the detours on the way.
-TEST_F(Measurement, FollowsTheWorkAroundsOfTheOlderCuts) {
+TEST_F(Measurement, Cut21SwitchesChannel4OnWithChannel6Alone) {
   bring_up(Cut::k2_1);
-  EXPECT_THAT(start(kSynchronous, 0x20, -1), IsEmpty());
   EXPECT_THAT(start(kSingle, 0x20), ElementsAre("write 2e=08", "write 2d=01", "write 03=01"));
   EXPECT_THAT(stop(kSingle), ElementsAre("write 03=00", "write 2e=00", "write 2d=00"));
+}
+
+TEST_F(Measurement, Cut21PausesFlickerAndAnnouncesAnAlsStartBesideIt) {
+  bring_up(Cut::k2_1);
   start(kFlicker, 0x08);
-  EXPECT_THAT(start(kSynchronous, 0x01, -1), IsEmpty());
   EXPECT_THAT(start(kSingle, 0x20), ElementsAre("write 2d=01", "read 31=0b", "write 31=0a",
                                                 "write 03=03", "write 03=01", "write 31=0b"));
   expect_use(4, 0x20, 0x08, 0x08, 1);
   EXPECT_THAT(stop(kSingle), ElementsAre("write 03=00", "write 2d=00"))
       << "channel 4 stays on for flicker";
+}
+
+TEST_F(Measurement, Cut21RefusesSynchronousAlsOnChannel6AndBesideFlicker) {
+  bring_up(Cut::k2_1);
+  EXPECT_THAT(start(kSynchronous, 0x20, -1), IsEmpty());
+  start(kFlicker, 0x08);
+  EXPECT_THAT(start(kSynchronous, 0x01, -1), IsEmpty());
   stop(kFlicker);
   start(kSynchronous, 0x01);
   EXPECT_THAT(start(kFlicker, 0x20, -1), IsEmpty());
-  stop(kSynchronous);
+}
+
+TEST_F(Measurement, Cut21RefusesFlickerBesideAlsWithAPeriod) {
+  bring_up(Cut::k2_1);
   phone.chip().write(0x04, 2);
   start(kSingle, 0x01);
   EXPECT_THAT(start(kFlicker, 0x20, -1), ElementsAre("read 04=02"));
@@ -147,7 +158,9 @@ TEST_F(Measurement, Cut20NeedsTheAcEnableForEveryMeasurement) {
   expect_use(1, 0, 0, 0, 0);
 }
 
-TEST_F(Measurement, RestoresTheValueReadLastWhenBothPausesRun) {
+// The second of two pauses reads the flicker control with the run bit clear already, and that is
+// the value which is restored.
+TEST_F(Measurement, RestoresTheValueThatTheSecondOfTwoPausesRead) {
   bring_up(Cut::k2_2);
   start(kFlicker, 0x01);
   dev().wa[4] = 1;
@@ -156,7 +169,7 @@ TEST_F(Measurement, RestoresTheValueReadLastWhenBothPausesRun) {
                           "write 03=01", "write 31=04", "write 31=04"));
 }
 
-TEST(ChannelEnable, KeepsChannel4ForWhoeverNeedsIt) {
+TEST(ChannelEnable, KeepsChannel4OnForTheEngineThatNeedsIt) {
   using spectral::dc_enable_for_start;
   using spectral::dc_enable_for_stop;
   EXPECT_EQ(dc_enable_for_start(0x01, false, 0x20, true), 0x09);
@@ -183,7 +196,7 @@ TEST_F(Measurement, UndoesAFailedStart) {
   const Lines als = start(kSingle, 0x21, -4);
   EXPECT_EQ(Lines(als.end() - 2, als.end()), (Lines{"write 2e=00", "write 2d=00"}));
   expect_use(1, 0, 0, 0, 0);
-  // Flicker: a failure among the output settings, then one of the run bit.
+  // A flicker start fails among the output settings, and another one at the run bit.
   phone.heal().fail(Fault::register_write().at(0x47).returning(-3));
   const Lines settings = start(kFlicker, 0x02, -3);
   EXPECT_EQ(settings.back(), "write 2e=00");
@@ -209,11 +222,11 @@ TEST_F(Measurement, AFailedCleanUpFailsAnAlsStopButNotAFlickerStop) {
   phone.heal().fail(Fault::register_write().at(0x71)).fail(Fault::register_write().at(0x2D));
   const Lines events = stop(kFlicker);
   EXPECT_EQ(dev().state, 1u);
-  EXPECT_EQ(dev().flicker_channels, 0x20) << "as the failed clean-up left it";
-  EXPECT_EQ(events.back(), "write 2e=00") << "put back, though it was not touched";
+  EXPECT_EQ(dev().flicker_channels, 0x20) << "the failed clean-up leaves the channel in use";
+  EXPECT_EQ(events.back(), "write 2e=00") << "restored, although it was not changed";
 }
 
-TEST_F(Measurement, AFailedFlickerStopKeepsRunning) {
+TEST_F(Measurement, FlickerKeepsRunningAfterAFailedStop) {
   bring_up(Cut::k2_2);
   start(kFlicker, 0x20);
   phone.fail(Fault::register_read().at(0x31).returning(-3));
@@ -223,7 +236,7 @@ TEST_F(Measurement, AFailedFlickerStopKeepsRunning) {
   expect_use(3, 0, 0x20, 0, 1);
 }
 
-TEST_F(Measurement, TakesTheFlickerOutputTypesOfItsCut) {
+TEST_F(Measurement, AcceptsTheFlickerOutputTypesOfItsCut) {
   const auto accepts = [&](std::uint32_t type) {
     return sensor->VD6281_SetFlickerOutputType(static_cast<VD6281_FlickerOutputType_t>(type));
   };

@@ -49,7 +49,7 @@ TEST_F(OtpReadout, DecodesTheKnownLayouts) {
   EXPECT_EQ(dev().otp_color_map, 7);
 }
 
-TEST_F(OtpReadout, TakesAnUnprogrammedSlopeAsNeutralButZeroTrimsAsTheyAre) {
+TEST_F(OtpReadout, ReplacesAnUnprogrammedSlopeButKeepsZeroTrims) {
   EXPECT_EQ(uid_of(Otp(Otp::Registers{}).raw(0x69, 0x05)), "aaaaaaaaaaaaaa");
   EXPECT_THAT(dev().otp_slope, ::testing::Each(0x80));
   EXPECT_EQ(dev().otp_osc_trim, 0);
@@ -57,7 +57,7 @@ TEST_F(OtpReadout, TakesAnUnprogrammedSlopeAsNeutralButZeroTrimsAsTheyAre) {
   EXPECT_EQ(dev().otp_osc2_trim, 0);
 }
 
-// Each bit of the id, by its register, changes the characters from its nibble on.
+// A bit of the id changes the character of its nibble and all characters behind it.
 TEST_F(OtpReadout, ChainsTheUidNibbleByNibble) {
   const Otp blank = Otp(Otp::Registers{}).raw(0x69, 0x05);
   EXPECT_EQ(uid_of(Otp(blank).raw(0x63, 0x80)), "bbbbbbbbbbbbbb");  // the first character's bit
@@ -76,12 +76,12 @@ TEST_F(OtpReadout, PacksEachRegisterReversedAndDropsTwoHighNibbles) {
     registers[i] = static_cast<std::uint8_t>(0x10 * i + 1);
   }
   read(Otp(registers));
-  // Of 0x71 and 0xF1 the low nibble only; 0x81 is shared between the words.
+  // Registers 0x71 and 0xF1 give their low nibbles only. Register 0x81 is split between the words.
   EXPECT_EQ(dev().otp_bank0, 0x18868A828C848880u);
   EXPECT_EQ(dev().otp_bank1, 0x008878B838D85898u);
 }
 
-TEST_F(OtpReadout, LeavesTheWordsAsFarAsTheyWereReadOnAFailure) {
+TEST_F(OtpReadout, KeepsWhatWasPackedBeforeAFailedRead) {
   read(Otp(Otp::Registers{}).raw(0x5B, 0xFF).raw(0x63, 0xF0).raw(0x69, 0x05));
   const std::uint64_t bank1 = dev().otp_bank1;
   ASSERT_EQ(dev().otp_bank0, 0xF0000000000000FFu);
@@ -100,7 +100,7 @@ TEST_F(OtpReadout, ReadsFieldsOfTheWords) {
   record.otp_bank1 = 0x00E000000000000C;
   unsigned int value = 0;
   EXPECT_EQ(sensor->otp_read(&record, 60, 8, &value, 0), 0);
-  EXPECT_EQ(value, 0xCAu) << "joined across the words";
+  EXPECT_EQ(value, 0xCAu) << "a field across both words";
   sensor->otp_read(&record, 60, 8, &value, 1);
   EXPECT_EQ(value, 0x53u);
   sensor->otp_read(&record, 64, 4, &value, 0);
@@ -108,7 +108,7 @@ TEST_F(OtpReadout, ReadsFieldsOfTheWords) {
   sensor->otp_read(&record, 0, 31, &value, 0);
   EXPECT_EQ(value, 0x35u);
   sensor->otp_read(&record, 0, 32, &value, 0);
-  EXPECT_EQ(value, 0u) << "a width of 32 is one of 0";
+  EXPECT_EQ(value, 0u) << "a width of 32 counts as 0";
   EXPECT_EQ(sensor->otp_read_bank(&record, 0, 2, 5, &value), 0);
   EXPECT_EQ(value, 0xDu);
   sensor->otp_read_bank(&record, 1, 53, 55, &value);
@@ -127,7 +127,7 @@ TEST_F(OtpReadout, ConvertsBitsAndNibbles) {
   EXPECT_EQ(chain, 0xA);
 }
 
-TEST_F(OtpReadout, HandsOutTheUidOnlyOfAnOpenDevice) {
+TEST_F(OtpReadout, ReturnsTheUidOfAnOpenDeviceOnly) {
   char* uid = nullptr;
   EXPECT_EQ(sensor->VD6281_GetUid(nullptr), -4);
   bring_up();

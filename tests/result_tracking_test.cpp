@@ -14,12 +14,12 @@ TEST(HarmonicWeight, FallsOffAroundAFrequencyAndItsMultiples) {
   EXPECT_EQ(harmonic_weight(100, 100), 1.0f);
   EXPECT_EQ(harmonic_weight(100, 101), 0.631f);
   EXPECT_EQ(harmonic_weight(100, 98), 0.159f);
-  EXPECT_EQ(harmonic_weight(100, 97), 0.159f * 0.631f) << "2 off 99 itself";
+  EXPECT_EQ(harmonic_weight(100, 97), 0.159f * 0.631f) << "2 Hz from 99 Hz itself";
   EXPECT_EQ(harmonic_weight(100, 96), 0.0f);
   EXPECT_EQ(harmonic_weight(100, 300), 1.0f);
   EXPECT_EQ(harmonic_weight(100, 203), 0.631f * 0.631f);
-  EXPECT_EQ(harmonic_weight(100, 198), 0.631f) << "99 divides it and goes first";
-  EXPECT_EQ(harmonic_weight(100, 200), 0.159f * 0.631f) << "2 off a multiple of 99";
+  EXPECT_EQ(harmonic_weight(100, 198), 0.631f) << "198 is a multiple of 99, which is tried first";
+  EXPECT_EQ(harmonic_weight(100, 200), 0.159f * 0.631f) << "2 Hz from a multiple of 99";
   EXPECT_EQ(harmonic_weight(300, 100), 0.0f);
   for (const auto& [f, g] : {std::pair(49, 100), std::pair(100, 49), std::pair(1051, 100),
                              std::pair(100, 1051), std::pair(-1, -1)}) {
@@ -28,7 +28,7 @@ TEST(HarmonicWeight, FallsOffAroundAFrequencyAndItsMultiples) {
   EXPECT_EQ(harmonic_weight(50, 1050), 1.0f);
 }
 
-TEST(ToneAmplitude, IsZeroForWhatIsNoPower) {
+TEST(ToneAmplitude, IsZeroForAPowerThatIsNotPositive) {
   EXPECT_EQ(spectral::tone_amplitude(2e6f), 1.0f);
   for (const float none : {0.0f, -1.0f, std::numeric_limits<float>::quiet_NaN()}) {
     EXPECT_EQ(spectral::tone_amplitude(none), 0.0f);
@@ -65,7 +65,7 @@ class ResultTracking : public ::testing::Test {
   FlickerResult result = {};
 };
 
-TEST_F(ResultTracking, ReportsMainsAtOnceAndApart) {
+TEST_F(ResultTracking, ReportsMainsAtOnceAndApartFromTheDominantTone) {
   measure({{{100.0f, 50.0f}, {230.0f, 20.0f}, {120.9f, 30.0f}}});
   EXPECT_EQ(result.strength_a, 50u);
   EXPECT_EQ(result.strength_b, 30u);
@@ -82,12 +82,12 @@ TEST_F(ResultTracking, ATieOfMainsGoesTo120Hz) {
   EXPECT_EQ(track.mains_freq, 120u);
 }
 
-TEST_F(ResultTracking, WeakMainsNeedNoConfirmationStrongOnesDo) {
+TEST_F(ResultTracking, ChangesOfStrongMainsNeedConfirmation) {
   measure({{{100.0f, 19.0f}, kNothing, kNothing}});
   measure({{{120.0f, 30.0f}, kNothing, kNothing}});
   EXPECT_EQ(track.mains_freq, 120u);
   measure({{{100.0f, 30.0f}, kNothing, kNothing}});
-  EXPECT_EQ(result.strength_b, 30u) << "as reported last";
+  EXPECT_EQ(result.strength_b, 30u) << "the last confirmed report";
   EXPECT_EQ(result.strength_a, 0u);
   measure({{{100.0f, 31.0f}, kNothing, kNothing}});
   EXPECT_EQ(result.strength_a, 31u) << "confirmed";
@@ -97,7 +97,18 @@ TEST_F(ResultTracking, WeakMainsNeedNoConfirmationStrongOnesDo) {
     EXPECT_EQ(result.strength_a, 31u) << i;
   }
   measure({{kNothing, kNothing, kNothing}});
-  EXPECT_EQ(result.strength_a, 0u) << "ten confirm that it is gone";
+  EXPECT_EQ(result.strength_a, 0u) << "the tenth measurement confirms that the mains are gone";
+}
+
+TEST_F(ResultTracking, MainsThatComeAndGoAreNeverConfirmed) {
+  measure({{{100.0f, 30.0f}, kNothing, kNothing}});
+  for (int i = 0; i < 20; ++i) {
+    measure({{{i % 2 == 0 ? 120.0f : -1.0f, 30.0f}, kNothing, kNothing}});
+    EXPECT_EQ(track.mains_cand, i % 2 == 0 ? 120u : 0u);
+    EXPECT_EQ(track.mains_count, 1u);
+    EXPECT_EQ(result.strength_a, 30u);
+    EXPECT_EQ(result.strength_b, 0u);
+  }
 }
 
 TEST_F(ResultTracking, ADominantFrequencyIsConfirmedByASecondMeasurement) {
@@ -111,7 +122,7 @@ TEST_F(ResultTracking, ADominantFrequencyIsConfirmedByASecondMeasurement) {
   expect_dominant(300, 12, 410, 8);
 }
 
-TEST_F(ResultTracking, NothingTakesFiveToConfirm) {
+TEST_F(ResultTracking, TheAbsenceOfAToneTakesFiveMeasurementsToConfirm) {
   for (int i = 0; i < 2; ++i) measure({{{300.0f, 10.0f}, {0.0f, 0.0f}, {0.0f, 0.0f}}});
   expect_dominant(300, 10, 0, 0);
   for (int i = 0; i < 4; ++i) {
@@ -122,7 +133,7 @@ TEST_F(ResultTracking, NothingTakesFiveToConfirm) {
   expect_dominant(0, 0, 0, 0);
 }
 
-TEST_F(ResultTracking, GivesUpAfterTenThatKeepChanging) {
+TEST_F(ResultTracking, GivesUpAfterTenMeasurementsThatKeepChanging) {
   for (int i = 0; i < 2; ++i) measure({{{300.0f, 10.0f}, kNothing, kNothing}});
   for (int i = 0; i < 9; ++i) {
     measure({{{310.0f + 10.0f * static_cast<float>(i), 10.0f}, kNothing, kNothing}});
@@ -133,7 +144,7 @@ TEST_F(ResultTracking, GivesUpAfterTenThatKeepChanging) {
   EXPECT_EQ(track.dom_freq, 0u);
 }
 
-// Strengths in every order, and all the places that mains can take among the three.
+// Three tones in every order of strength, and with the mains at each place among them.
 TEST_F(ResultTracking, RanksWithoutTheMains) {
   struct Case {
     std::array<Tone, 3> tones;
@@ -163,7 +174,7 @@ TEST_F(ResultTracking, RanksWithoutTheMains) {
   }
 }
 
-TEST_F(ResultTracking, SurvivesNumbersThatAreNone) {
+TEST_F(ResultTracking, SurvivesNumbersThatAreNotFinite) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const float infinity = std::numeric_limits<float>::infinity();
   for (int i = 0; i < 2; ++i) measure({{{nan, 5.0f}, {infinity, 5.0f}, {-infinity, 5.0f}}});

@@ -1,4 +1,4 @@
-// What the tool works out of what it measured.
+// What the tool derives from its measurements.
 
 #include <gmock/gmock.h>
 
@@ -42,11 +42,11 @@ TEST(AmplitudeSpectrum, GivesEachToneItsAmplitudeAtItsFrequencyAndNothingElse) {
   }
 }
 
-TEST(Saturation, IsOfAFullCounter) {
+TEST(Saturation, IsACountOfAFullCounter) {
   using spectralsensorctl::is_saturated;
   EXPECT_TRUE(is_saturated(910.0, 1.6));
   EXPECT_FALSE(is_saturated(909.0, 1.6));
-  EXPECT_TRUE(is_saturated(57329.6, 100.8));  // a scaled 57330
+  EXPECT_TRUE(is_saturated(57329.6, 100.8));  // 57330, rounded by a gain
   EXPECT_FALSE(is_saturated(57330.0, 102.4));
   EXPECT_TRUE(is_saturated(65535.0, 1638.4));
   EXPECT_FALSE(is_saturated(65520.0, 1638.4));
@@ -54,7 +54,7 @@ TEST(Saturation, IsOfAFullCounter) {
   EXPECT_FALSE(is_saturated({0.0f, 32766.0f, 5.0f}));
 }
 
-TEST(Peaks, AreTheFrequenciesReportedWithAStrength) {
+TEST(Peaks, AreTheReportedFrequenciesWithAStrength) {
   FlickerResult verdict = {};
   verdict.freq_a = 100;
   verdict.freq_b = 120;
@@ -67,7 +67,7 @@ TEST(Peaks, AreTheFrequenciesReportedWithAStrength) {
               ElementsAre(Field(&Peak::frequency_hz, 120), Field(&Peak::frequency_hz, 270)));
 }
 
-TEST(TunnelStream, IsTakenApartUpToWhereThereIsNoPacket) {
+TEST(TunnelStream, IsParsedUpToWhereNoPacketBegins) {
   std::string payload(160, '\0');
   payload[8] = '\x34';
   payload[9] = '\xFF';
@@ -95,7 +95,7 @@ TEST(TunnelStream, IsTakenApartUpToWhereThereIsNoPacket) {
   EXPECT_TRUE(garbage.is_out_of_step);
 }
 
-TEST(Bar, IsByTheLogarithmAndStaysWithinItsWidth) {
+TEST(Bar, IsLogarithmicAndStaysWithinItsWidth) {
   EXPECT_EQ(spectralsensorctl::bar(0.0, 10000.0, 8), "........");
   EXPECT_EQ(spectralsensorctl::bar(100.0, 10000.0, 8), "####....");
   EXPECT_EQ(spectralsensorctl::bar(20000.0, 10000.0, 8), "########");

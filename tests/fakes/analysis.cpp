@@ -1,31 +1,35 @@
-// Analysis libraries for the tests: a whole one that answers what it is told, and, by definition,
-// ones without an entry point.
+// Analysis libraries for the tests: a whole one that counts its instances, and, with one of the
+// WITHOUT_ macros defined, one that lacks an entry point.
 
-#include <algorithm>
 #include <cstdint>
 
 #define FAKE_EXPORT extern "C" __attribute__((visibility("default")))
 
-FAKE_EXPORT float fake_frequencies[3];
-FAKE_EXPORT float fake_powers[3];
 FAKE_EXPORT int fake_instances;
-float fake_frequencies[3];
-float fake_powers[3];
 int fake_instances;
 
+// What FlickerCreate was last given, and whether it is to return null.
+FAKE_EXPORT void* fake_config;
+void* fake_config;
+FAKE_EXPORT std::int32_t fake_flags;
+std::int32_t fake_flags;
+FAKE_EXPORT bool fake_creates_nothing;
+bool fake_creates_nothing;
+FAKE_EXPORT int fake_processed;
+int fake_processed;
+
 #ifndef WITHOUT_CREATE
-FAKE_EXPORT void* FlickerCreate(void*, std::int32_t) {
+FAKE_EXPORT void* FlickerCreate(void* config, std::int32_t flags) {
+  fake_config = config;
+  fake_flags = flags;
+  if (fake_creates_nothing) return nullptr;
   ++fake_instances;
   return &fake_instances;
 }
 #endif
 
 #ifndef WITHOUT_PROCESS
-FAKE_EXPORT void FlickerProcess(void* instance, const float*, float* frequencies, float* powers) {
-  if (instance != &fake_instances) return;
-  std::copy(fake_frequencies, fake_frequencies + 3, frequencies);
-  std::copy(fake_powers, fake_powers + 3, powers);
-}
+FAKE_EXPORT void FlickerProcess(void*, const float*, float*, float*) { ++fake_processed; }
 #endif
 
 #ifndef WITHOUT_DESTROY
