@@ -151,6 +151,15 @@ TYPED_TEST(Facades, AnAbortWhoseWakeUpIsLostEndsTheWaitWithin20Ms) {
   this->facade->Uninit(1);
 }
 
+TYPED_TEST(Facades, TheHighByteOfTheCounterMeansSaturationToo) {
+  ASSERT_EQ(this->facade->Init(2), 0);
+  this->phone.chip().pin(0x33, 0x01).pin(0x34, 0x00);
+  EXPECT_EQ(this->facade->StartExpFLK_AutoGain(), 0);
+  EXPECT_EQ(this->facade->m_flkChannelMask, 0x04u) << "even the lowest gain saturates";
+  this->facade->StopExpFLK();
+  this->facade->Uninit(2);
+}
+
 TYPED_TEST(Facades, AnAbandonedFlickerMeasurementLeavesTheResult) {
   ASSERT_EQ(this->facade->Init(2), 0);
   this->facade->SetEnableFlag(2, false);
