@@ -18,6 +18,7 @@ namespace spectralsensorctl {
 namespace {
 
 constexpr char kPowerOn[] = "1";
+constexpr char kPowerOff[] = "0";
 constexpr char kStopMeasurement[] = "0x300";  // writes 0 to register 0x03
 constexpr int kDeviceIdRegister = 0x00;
 
@@ -95,6 +96,12 @@ void require_of_tunnel(int status, const std::string& what) {
 
 std::string explain_node(const char* node, int flags) {
   return try_node(node, flags, "", [](int) { return 0; });
+}
+
+std::string explain_power_off() {
+  return try_node(kEnablePath, O_RDWR, "switching the power off: ", [](int fd) {
+    return write(fd, kPowerOff, sizeof kPowerOff);
+  });
 }
 
 std::string refer_to_log(const std::string& what) {

@@ -22,6 +22,9 @@ void require_of_tunnel(int status, const std::string& what);
 // Returns why a node cannot be opened, and what to try; empty if it can be opened.
 std::string explain_node(const char* node, int flags);
 
+// Switches the sensor's power off. Returns why that failed; empty if it worked.
+std::string explain_power_off();
+
 // Returns what failed, and where to find out more.
 std::string refer_to_log(const std::string& what);
 

@@ -1,7 +1,9 @@
 #include "tools/session.h"
 
 #include <atomic>
+#include <cstdio>
 #include <iterator>
+#include <string>
 
 namespace spectralsensorctl {
 
@@ -9,17 +11,29 @@ namespace {
 
 constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
-std::atomic<bool> g_interrupted{false};
+std::atomic<int> g_signal{0};
+std::atomic<bool> g_left_powered{false};
 std::atomic<InterruptGuard::Stop> g_stop{nullptr};
 
-void on_interrupt(int) {
-  g_interrupted.store(true);
+void on_interrupt(int signal) {
+  g_signal.store(signal);
   if (InterruptGuard::Stop stop = g_stop.load()) stop();
 }
 
 }  // namespace
 
-bool interrupted() { return g_interrupted.load(); }
+bool interrupted() { return interrupting_signal() != 0; }
+
+int interrupting_signal() { return g_signal.load(); }
+
+bool left_powered() { return g_left_powered.load(); }
+
+void retry_power_off() {
+  const std::string why = explain_power_off();
+  if (why.empty()) return;
+  std::fprintf(stderr, "spectralsensorctl: the sensor is still powered: %s\n", why.c_str());
+  g_left_powered.store(true);
+}
 
 InterruptGuard::InterruptGuard(Stop stop) {
   g_stop.store(stop);

@@ -15,6 +15,16 @@ namespace spectralsensorctl {
 // a signal also ends a running capture.
 bool interrupted();
 
+// The signal that did so, or 0.
+int interrupting_signal();
+
+// Whether a session has ended with the sensor still powered.
+bool left_powered();
+
+// Tries to switch the power off once more. If that fails, prints the reason on stderr and sets
+// left_powered().
+void retry_power_off();
+
 inline SpectralSensorDevice* driver_of(SpectralSensorDevice* service) { return service; }
 inline SpectralSensorDevice* driver_of(SpectralSensor* service) { return service->m_device; }
 
@@ -77,6 +87,7 @@ class Session {
   void close() {
     m_guard.disarm();
     m_service->Uninit(m_mode);
+    if (driver()->m_powered != 0) retry_power_off();  // Uninit does not return a status
     Service::Destroy();
   }
 
