@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Compares docs/integration.md with the library: it must list exactly the library's log lines with
-# their priorities, name every file that the library opens, and allow exactly the requests that the
-# library makes, and its example of a factory file must give the factors that it shows. The arguments
-# are the source folder and, if it has been built, spectralsensorctl.
+# their priorities and name every file that the library opens, and its example of a factory file must
+# give the factors that it shows. The SELinux policy in android/ must allow exactly the requests that
+# the library makes. The arguments are the source folder and, if it has been built, spectralsensorctl.
 set -euo pipefail
 cd "$1"
 tool=${2:-}
@@ -50,8 +50,8 @@ for request in $(grep -oE '= 0x[0-9A-F]+;' driver/nodes.h | tr -d '=; '); do
   printf '0x%04x\n' $((request & 0xFFFF))
 done | sort >"$folder/requests"
 [ "$(wc -l <"$folder/requests")" = 5 ] || fail "not five requests in driver/nodes.h"
-grep '^allowxperm' "$page" | grep -oE '0x[0-9a-f]+' | sort >"$folder/allowed"
-diff "$folder/allowed" "$folder/requests" || fail "$page and driver/nodes.h (>) have other requests"
+grep -h '^allowxperm' android/sepolicy/*.te | grep -oE '0x[0-9a-f]+' | sort >"$folder/allowed"
+diff "$folder/allowed" "$folder/requests" || fail "android/sepolicy and driver/nodes.h (>) have other requests"
 
 # The factors that the page shows are those of its factory file on the phone model "ostrel".
 [ -n "$tool" ] || exit 0
