@@ -14,6 +14,9 @@ clang_packages=(clang libclang-rt-dev)
 libcxx_packages=(clang libc++-dev libc++abi-dev googletest)
 aarch64_packages=(g++-aarch64-linux-gnu qemu-user-static libstdc++6:arm64 libkissfft-dev:arm64
   libsndfile1-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64 libbenchmark-dev:arm64)
+soong_packages=(clang lld binutils libc++-dev libc++abi-dev libc6-dev-arm64-cross libcli11-dev nlohmann-json3-dev
+  libkissfft-dev libgtest-dev libgmock-dev)
+android_packages=(checkpolicy m4 selinux-utils)
 
 # Takes a script's arguments as one word, and the only argument that the script knows, if it knows one.
 # Shows what the script does when asked for --help, or for anything else that it does not know, and ends
