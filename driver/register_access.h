@@ -43,8 +43,8 @@ struct RegisterWrite {
 };
 
 // Writes a fixed sequence up to the first failure, whose status it returns.
-template <std::size_t N>
-int write_registers(VD6281_device* dev, const RegisterWrite (&sequence)[N]) {
+template <std::size_t kSteps>
+int write_registers(VD6281_device* dev, const RegisterWrite (&sequence)[kSteps]) {
   for (const RegisterWrite& step : sequence) {
     if (int status = write_register(dev, step.which, step.value)) return status;
   }
