@@ -2,7 +2,9 @@
 
 // The `als` command.
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "tools/files.h"
 #include "tools/live.h"
@@ -12,7 +14,7 @@
 
 namespace spectralsensorctl {
 
-constexpr int kSettlingCaptures = 10;
+constexpr int kMostSettlingCaptures = 10;
 
 struct AlsOptions {
   int count = 1;
@@ -55,29 +57,75 @@ double correction(const Service& service, int n) {
   return dev.otp_usage_enable != 0 ? dev.otp_slope[n] / 128.0 : 1.0;
 }
 
+// Applies the setting of the next capture to the chip. Returns the exposure and the gains that the
+// chip has then, which are the nearest ones that it can do.
 template <typename Service>
-AlsReading capture_als(Session<Service>* session) {
-  SpectralSensorOutput output{};
-  if ((*session)->Process(SPECTRAL_MODE_ALS, &output) != SPECTRAL_OK && !interrupted()) {
-    throw std::runtime_error(explain_failure(SPECTRAL_MODE_ALS, "the measurement failed"));
+ALSConfig apply_setting(Service* service) {
+  ALSConfig taken;
+  if (service->ConfigALS(&service->m_alsConfig, &taken) != SPECTRAL_OK && !interrupted()) {
+    throw std::runtime_error(explain_failure(SPECTRAL_MODE_ALS, "the sensor takes no setting"));
   }
-  AlsReading reading = {};
-  reading.result = output.als;
+  return taken;
+}
+
+inline bool is_same_setting(const ALSConfig& a, const ALSConfig& b) {
+  return a.exposureTime == b.exposureTime &&
+         std::equal(std::begin(a.gainCode), std::end(a.gainCode), b.gainCode) &&
+         std::equal(std::begin(a.channelGain), std::end(a.channelGain), b.channelGain);
+}
+
+// Fills in the gain, the color and the saturation of each channel. The gains are those that the
+// chip still has after the capture.
+template <typename Service>
+void describe_channels(Session<Service>* session, AlsReading* reading) {
+  const ALSResult& als = reading->result;
   for (int n = 0; n < kChannels; ++n) {
     const auto channel = static_cast<VD6281_Channel_Id_t>(1u << n);
     unsigned short code = 0;
     session->driver()->VD6281_GetGain(channel, &code);
-    reading.gain[n] = code / 256.0;
+    reading->gain[n] = code / 256.0;
     VD6281_Color_Id_t color = VD6281_COLOR_UNKNOWN;
     session->driver()->VD6281_GetChannelColor(channel, &color);
-    reading.color[n] = color_name(color);
-    const double of_smallest_gain = reading.gain[n] / output.als.gain;
-    reading.saturated[n] =
-        output.als.valid != 0 &&
-        is_saturated(output.als.value[n] / correction(*session->service(), n) * of_smallest_gain,
-                     output.als.exposureMs);
+    reading->color[n] = color_name(color);
+    const double of_smallest_gain = reading->gain[n] / als.gain;
+    reading->saturated[n] =
+        als.valid != 0 &&
+        is_saturated(als.value[n] / correction(*session->service(), n) * of_smallest_gain,
+                     als.exposureMs);
+  }
+}
+
+template <typename Service>
+AlsReading capture_als(Session<Service>* session) {
+  Service* service = session->service();
+  const ALSConfig setting = apply_setting(service);
+  SpectralSensorOutput output{};
+  if (service->Process(SPECTRAL_MODE_ALS, &output) != SPECTRAL_OK && !interrupted()) {
+    throw std::runtime_error(explain_failure(SPECTRAL_MODE_ALS, "the measurement failed"));
+  }
+  AlsReading reading = {};
+  reading.result = output.als;
+  reading.time = now();
+  describe_channels(session, &reading);
+  // A capture with auto-exposure has replaced the setting by its proposal for the next one.
+  if (service->m_alsAeEnable != 0) {
+    reading.settled = is_same_setting(setting, apply_setting(service));
   }
   return reading;
+}
+
+// Takes captures until the auto-exposure keeps the setting, and returns the last of them.
+template <typename Service>
+AlsReading settle_als(Session<Service>* session) {
+  for (int i = 1;; ++i) {
+    std::fprintf(stderr, "Settling the exposure: capture %d of at most %d, %.0f ms\n", i,
+                 kMostSettlingCaptures, session->service()->m_alsConfig.exposureTime / 1000.0);
+    const AlsReading reading = capture_als(session);
+    if (interrupted() || reading.settled.value_or(true)) return reading;
+    if (i < kMostSettlingCaptures) continue;
+    std::fprintf(stderr, "spectralsensorctl: the exposure did not settle within %d captures\n", i);
+    return reading;
+  }
 }
 
 template <typename Service>
@@ -86,7 +134,20 @@ void watch_als_live(Session<Service>* session) {
   while (!interrupted()) {
     const AlsReading reading = capture_als(session);
     if (interrupted()) break;
-    page.draw(als_panel(reading, terminal_columns()) + "Ctrl-C ends\n");
+    page.draw([reading](int columns) { return als_panel(reading, columns) + "Ctrl-C ends\n"; });
+  }
+}
+
+template <typename Service>
+void read_als_once(Session<Service>* session, Format format) {
+  const bool settles = session->service()->m_alsAeEnable != 0;
+  const AlsReading reading = settles ? settle_als(session) : capture_als(session);
+  if (interrupted()) return;
+  if (format == Format::kTable) {
+    std::fputs(als_panel(reading, 0).c_str(), stdout);
+  } else {
+    print_als_head(format);
+    print_als(format, 1, reading);
   }
 }
 
@@ -94,21 +155,14 @@ template <typename Service>
 void read_als(const AlsOptions& options, Format format) {
   Session<Service> session(SPECTRAL_MODE_ALS);
   configure_als(session.service(), options);
-  const bool as_table = format == Format::kTable;
-  if (options.watch && as_table && on_terminal()) return watch_als_live(&session);
-  const bool single = !options.watch && options.count == 1;
-  // A single reading is taken after captures in which the auto-exposure settles.
-  const int settling = single && options.auto_exposure ? kSettlingCaptures - 1 : 0;
-  for (int i = 0; i < settling && !interrupted(); ++i) capture_als(&session);
-  if (!single || !as_table) print_als_head(format);
-  for (int i = 1; (options.watch || i <= options.count) && !interrupted(); ++i) {
+  if (options.watch && format == Format::kTable && can_draw_pages())
+    return watch_als_live(&session);
+  if (!options.watch && options.count == 1) return read_als_once(&session, format);
+  print_als_head(format);
+  for (int i = 1; options.watch || i <= options.count; ++i) {
     const AlsReading reading = capture_als(&session);
-    if (interrupted()) break;
-    if (single && as_table) {
-      std::fputs(als_panel(reading, 0).c_str(), stdout);
-    } else {
-      print_als(format, i, reading);
-    }
+    if (interrupted()) return;
+    print_als(format, i, reading);
     flush_output();
   }
 }

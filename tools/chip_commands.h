@@ -4,13 +4,14 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "tools/numbers.h"
 #include "tools/phone_facts.h"
 #include "tools/report.h"
 #include "tools/session.h"
+#include "tools/unit_info.h"
 
 namespace spectralsensorctl {
 
@@ -28,7 +29,7 @@ inline const Control kControls[] = {
 };
 
 // The values of a control as a text such as "0, 1 or 2".
-inline std::string values_of(const Control& control) {
+inline std::string value_list(const Control& control) {
   std::string text;
   for (const unsigned int value : control.values) {
     if (!text.empty()) text += value == control.values.back() ? " or " : ", ";
@@ -42,6 +43,14 @@ inline const Control& control_named(const std::string& name) {
     if (name == control.name) return control;
   }
   throw UsageError("no control \"" + name + "\"; see spectralsensorctl control list");
+}
+
+template <typename Service>
+std::string explain_calibration(Service* service) {
+  unsigned short readings[kChannels] = {};
+  const auto model = static_cast<unsigned int>(service->GetDeviceType());
+  const bool are_plausible = service->GetFATPData(readings);
+  return explain_calibration(model, are_plausible, readings);
 }
 
 template <typename Service>
@@ -63,7 +72,9 @@ UnitInfo read_info(Session<Service>* session) {
   unit.oscillator_2_trim = dev.otp_osc2_trim;
   unit.color_map = dev.otp_color_map;
   unit.phone_model = (*session)->m_deviceType;
-  unit.calibrated = (*session)->m_calibrationValid != 0;
+  if ((*session)->m_calibrationValid == 0) {
+    unit.calibration_problem = explain_calibration(session->service());
+  }
   for (int n = 0; n < kChannels; ++n) {
     VD6281_Color_Id_t color = VD6281_COLOR_UNKNOWN;
     require(driver->VD6281_GetChannelColor(static_cast<VD6281_Channel_Id_t>(1u << n), &color),
@@ -81,18 +92,29 @@ void show_info(Format format) {
   print_info(format, read_info(&session));
 }
 
+// Prints the registers from the address `first` on, sixteen on a line, or an object for each.
+inline void print_registers(Format format, unsigned int first,
+                            const std::vector<unsigned char>& values) {
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    const auto address = static_cast<unsigned int>((first + i) & 0xFF);
+    if (format == Format::kJson) {
+      print_json({{"address", address}, {"value", values[i]}});
+      continue;
+    }
+    if (i % 16 == 0) std::printf("%s0x%02x:", i == 0 ? "" : "\n", address);
+    std::printf(" %02x", values[i]);
+  }
+  if (format != Format::kJson) std::printf("\n");
+}
+
 template <typename Service>
-void read_registers(unsigned int first, unsigned int count) {
+void read_registers(Format format, unsigned int first, unsigned int count) {
   Session<Service> session(SPECTRAL_MODE_ALS);
   std::vector<unsigned char> values(count);
   require(session.driver()->VD6281_RdMultipleBytes(static_cast<unsigned char>(first), values.data(),
                                                    static_cast<int>(count)),
           "reading the registers");
-  for (unsigned int i = 0; i < count; ++i) {
-    if (i % 16 == 0) std::printf("%s0x%02x:", i == 0 ? "" : "\n", (first + i) & 0xFF);
-    std::printf(" %02x", values[i]);
-  }
-  std::printf("\n");
+  print_registers(format, first, values);
 }
 
 template <typename Service>
@@ -104,31 +126,34 @@ void write_register(unsigned int address, unsigned int value) {
 }
 
 template <typename Service>
-void get_control(const std::string& name) {
+void get_control(Format format, const std::string& name) {
   const Control& control = control_named(name);
   Session<Service> session(SPECTRAL_MODE_ALS);
   unsigned int value = 0;
   require(session.driver()->VD6281_GetControl(control.id, &value), "reading " + name);
+  if (format == Format::kJson) return print_json({{"name", name}, {"value", value}});
   std::printf("%u\n", value);
 }
 
 template <typename Service>
 void set_control(const std::string& name, const std::string& text) {
   const Control& control = control_named(name);
-  char* end = nullptr;
-  const unsigned long number = std::strtoul(text.c_str(), &end, 0);
-  const bool is_number = end != text.c_str() && *end == '\0';
+  const auto number = parse_whole_number(text);
   const bool is_taken =
-      is_number && std::count(control.values.begin(), control.values.end(), number) > 0;
-  if (!is_taken) throw UsageError(name + " takes " + values_of(control));
+      number && std::count(control.values.begin(), control.values.end(), *number) > 0;
+  if (!is_taken) throw UsageError(name + " takes " + value_list(control));
   Session<Service> session(SPECTRAL_MODE_ALS);
-  require(session.driver()->VD6281_SetControl(control.id, static_cast<unsigned int>(number)),
-          "setting " + name);
+  require(session.driver()->VD6281_SetControl(control.id, *number), "setting " + name);
 }
 
-inline void list_controls() {
-  for (const Control& control : kControls)
-    std::printf("%-16s %s\n", control.name, values_of(control).c_str());
+inline void list_controls(Format format) {
+  for (const Control& control : kControls) {
+    if (format == Format::kJson) {
+      print_json({{"name", control.name}, {"values", control.values}});
+    } else {
+      std::printf("%-16s %s\n", control.name, value_list(control).c_str());
+    }
+  }
 }
 
 }  // namespace spectralsensorctl

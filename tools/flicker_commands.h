@@ -14,14 +14,18 @@
 
 #include "tools/files.h"
 #include "tools/phone_facts.h"
+#include "tools/plot.h"
 #include "tools/report.h"
 #include "tools/session.h"
+#include "tools/simulate.h"
 #include "tools/tunnel_dump.h"
 #include "tools/waveform.h"
 
 namespace spectralsensorctl {
 
-constexpr int kConfirmations = 2;  // measurements that a confirmed verdict needs
+constexpr int kConfirmations = 2;              // measurements that a confirmed verdict needs
+constexpr unsigned short kSaturatedCount = 3;  // of the saturation counter; more light is cut off
+constexpr char kStandardOutput[] = "-";        // as a file's name
 constexpr char kRawStreamPath[] = "/data/unparsed_flicker_data";
 
 struct FlickerOptions {
@@ -49,16 +53,20 @@ void repeat(const FlickerOptions& options, Show show) {
 
 // Polls the detector of the running measurement until it has an answer, for at most five seconds.
 // Returns the last answer, or nothing if interrupted.
-inline std::optional<VD6281_FlickerInfo_t> ask_detector(SpectralSensorDevice* driver) {
+inline std::optional<DetectorReading> ask_detector(SpectralSensorDevice* driver) {
   constexpr auto kPause = std::chrono::milliseconds(50);
   constexpr int kPolls = 100;
-  VD6281_FlickerInfo_t info = {};
-  for (int i = 0; i < kPolls && info.confidence == 0 && !interrupted(); ++i) {
+  DetectorReading reading = {};
+  for (int i = 0; i < kPolls && reading.info.confidence == 0 && !interrupted(); ++i) {
     std::this_thread::sleep_for(kPause);
-    require(driver->VD6281_GetFlickerFrequency(&info), "reading the detector");
+    require(driver->VD6281_GetFlickerFrequency(&reading.info), "reading the detector");
   }
   if (interrupted()) return std::nullopt;
-  return info;
+  reading.time = now();
+  unsigned short saturated_samples = 0;
+  require(FlickerSensor().GetSaturationValue(&saturated_samples), "reading the saturation counter");
+  reading.saturated = saturated_samples >= kSaturatedCount;
+  return reading;
 }
 
 // A running flicker measurement. The destructor stops it, also if an exception is thrown.
@@ -82,9 +90,9 @@ void watch_detector(Session<Service>* session, const FlickerOptions& options, Fo
   const RunningFlicker<Service> running(session->service());
   print_detector_head(format);
   repeat(options, [&](int number) {
-    const auto info = ask_detector(session->driver());
-    if (info) print_detector(format, number, *info);
-    return info.has_value();
+    const auto reading = ask_detector(session->driver());
+    if (reading) print_detector(format, number, *reading);
+    return reading.has_value();
   });
 }
 
@@ -121,7 +129,7 @@ std::optional<Waveform> measure_flicker(Session<Service>* session, const Flicker
     std::fprintf(stderr, "Sampling the light for a second%s\n", why);
     SpectralSensorOutput output{};
     (*session)->Process(SPECTRAL_MODE_FLICKER, &output);
-    FlickerReading reading = {output.flicker, 0.0, false};
+    FlickerReading reading = {output.flicker, now(), 0.0, false};
     reading.gain = flicker_gain(session->service(), reading.result.gain);
     if (!interrupted()) require_measured(session, reading);
     return reading;
@@ -132,7 +140,11 @@ std::optional<Waveform> measure_flicker(Session<Service>* session, const Flicker
     FlickerReading reading = measure(number == 1 ? ", to confirm" : "");
     if (interrupted()) return false;
     const float* samples = (*session)->m_flkSamples;
-    last = {{samples, samples + std::size((*session)->m_flkSamples)}, reading.result};
+    last = {{samples, samples + std::size((*session)->m_flkSamples)},
+            reading.result,
+            reading.gain,
+            utc_text(reading.time),
+            simulated_scene()};
     reading.saturated = is_saturated(last->samples);
     if (number == 1) print_flicker_head(format);
     print_flicker(format, number, reading);
@@ -180,21 +192,36 @@ std::string capture_stream(Session<Service>* session, unsigned int length_ms) {
   return read_file(kRawStreamPath);
 }
 
+inline void print_dump(Format format, const std::string& bytes, const Moment& time) {
+  const TunnelStream stream = parse_stream(bytes);
+  print_stream(format, stream, time);
+  if (stream.is_out_of_step) {
+    std::fprintf(stderr, "%zu bytes at the end are no packet\n", stream.left_over);
+  }
+}
+
 template <typename Service>
 void dump_tunnel(const DumpOptions& options, Format format) {
-  if (!options.raw_path.empty()) check_writable(options.raw_path);
+  const bool to_output = options.raw_path == kStandardOutput;
+  if (to_output && format != Format::kTable) {
+    throw UsageError("--raw - prints the bytes, so it excludes --json and --csv");
+  }
+  const bool to_file = !options.raw_path.empty() && !to_output;
+  if (to_file) check_writable(options.raw_path);
   Session<Service> session(SPECTRAL_MODE_FLICKER);
   require_tunnel();
   std::fprintf(stderr, "Reading the tunnel for %u ms\n", options.length_ms);
   const std::string bytes = capture_stream(&session, options.length_ms);
+  const Moment time = now();
+  if (interrupted()) return;
   if (bytes.empty()) {
     throw std::runtime_error(refer_to_log(std::string(kTunnelPath) + " gave nothing"));
   }
-  if (!options.raw_path.empty()) write_file(options.raw_path, bytes);
-  const TunnelStream stream = parse_stream(bytes);
-  print_stream(format, stream);
-  if (stream.is_out_of_step) {
-    std::fprintf(stderr, "%zu bytes at the end are no packet\n", stream.left_over);
+  if (to_file) write_file(options.raw_path, bytes);
+  if (to_output) {
+    std::fwrite(bytes.data(), 1, bytes.size(), stdout);  // flush_output() finds an error
+  } else {
+    print_dump(format, bytes, time);
   }
 }
 

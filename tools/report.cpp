@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <iterator>
 #include <vector>
 
@@ -13,9 +12,7 @@ namespace spectralsensorctl {
 
 namespace {
 
-constexpr int kColumnsBesideTheBar = 39;
 constexpr double kRounding = 1.0;  // counts that may be lost in scaling a value and scaling it back
-constexpr unsigned int kFirstRevision = 0xBA;  // cut 2.0
 
 std::vector<int> channels_of(std::uint32_t mask) {
   std::vector<int> channels;
@@ -25,13 +22,6 @@ std::vector<int> channels_of(std::uint32_t mask) {
   return channels;
 }
 
-// Converts a float to the double that prints with the float's own digits.
-double tidy(float value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.7g", static_cast<double>(value));
-  return std::strtod(text, nullptr);
-}
-
 template <typename... Arguments>
 std::string text_of(const char* pattern, Arguments... arguments) {
   char text[256];
@@ -39,67 +29,113 @@ std::string text_of(const char* pattern, Arguments... arguments) {
   return text;
 }
 
-void print_line(const nlohmann::ordered_json& object) {
-  std::printf("%s\n", object.dump().c_str());
-}
-
-nlohmann::ordered_json frequency(std::uint32_t hz, std::uint32_t strength) {
-  if (!is_frequency(hz)) return nullptr;
-  return {{"frequency_hz", hz}, {"strength_counts", strength}};
-}
-
 std::string frequency_text(std::uint32_t hz, std::uint32_t strength) {
   if (!is_frequency(hz)) return "none";
   return std::to_string(hz) + " Hz (" + std::to_string(strength) + ")";
 }
 
+const char* saturation_text(bool saturated) {
+  return saturated ? "  saturated: too bright to tell" : "";
+}
+
+// A value that is null where there is none.
+template <typename Value>
+Json value_or_null(bool exists, Value value) {
+  return exists ? Json(value) : Json(nullptr);
+}
+
+// The fields of a reading that do not belong to a channel.
+Json als_fields(int number, const AlsReading& reading) {
+  const ALSResult& als = reading.result;
+  const bool valid = als.valid != 0;
+  Json fields = measurement_fields(number, reading.time);
+  fields["valid"] = valid;
+  fields["settled"] = value_or_null(reading.settled.has_value(), reading.settled.value_or(false));
+  fields["exposure_ms"] = value_or_null(valid, tidy(als.exposureMs));
+  fields["smallest_gain"] = value_or_null(valid, static_cast<double>(als.gain));
+  return fields;
+}
+
 void print_als_json(int number, const AlsReading& reading) {
   const ALSResult& als = reading.result;
-  nlohmann::ordered_json line = {{"number", number},
-                                 {"valid", als.valid != 0},
-                                 {"exposure_ms", tidy(als.exposureMs)},
-                                 {"smallest_gain", tidy(als.gain)},
-                                 {"timestamp_ns", als.timestamp}};
-  line["channels"] = nlohmann::json::array();
+  Json fields = als_fields(number, reading);
+  fields["channels"] = Json::array();
   for (const int n : channels_of(als.channelMask)) {
-    line["channels"].push_back({{"channel", n},
-                                {"color", reading.color[n]},
-                                {"counts", tidy(als.value[n])},
-                                {"saturated", reading.saturated[n]},
-                                {"gain", reading.gain[n]}});
+    fields["channels"].push_back({{"channel", n},
+                                  {"color", reading.color[n]},
+                                  {"gain", reading.gain[n]},
+                                  {"counts", tidy(als.value[n])},
+                                  {"saturated", reading.saturated[n]}});
   }
-  print_line(line);
+  print_json(fields);
 }
 
 void print_als_csv(int number, const AlsReading& reading) {
   const ALSResult& als = reading.result;
-  std::printf("%d,%d,%llu,%g,%g", number, als.valid, static_cast<unsigned long long>(als.timestamp),
-              static_cast<double>(als.exposureMs), static_cast<double>(als.gain));
+  std::vector<Json> values = values_of(als_fields(number, reading));
   for (int n = 0; n < 6; ++n) {
     const bool delivered = (als.channelMask >> n & 1) != 0;
-    if (delivered)
-      std::printf(",%g,%g,%d", reading.gain[n], tidy(als.value[n]), reading.saturated[n]);
-    if (!delivered) std::printf(",,,");
+    values.push_back(value_or_null(delivered, reading.gain[n]));
+    values.push_back(value_or_null(delivered, tidy(als.value[n])));
+    values.push_back(value_or_null(delivered, reading.saturated[n]));
   }
-  std::printf("\n");
+  print_csv(values);
 }
 
-void print_info_json(const UnitInfo& unit) {
-  nlohmann::ordered_json line = {{"chip_id", unit.chip_id},
-                                 {"revision", unit.revision},
-                                 {"cut", text_of("2.%u", unit.revision - kFirstRevision)},
-                                 {"uid", unit.uid},
-                                 {"driver", text_of("%u.%u", unit.driver_major, unit.driver_minor)},
-                                 {"otp_oscillator_trim", unit.oscillator_trim},
-                                 {"otp_oscillator_2_trim", unit.oscillator_2_trim},
-                                 {"otp_color_map", unit.color_map},
-                                 {"otp_slope", unit.slope},
-                                 {"colors", unit.color},
-                                 {"phone_model", unit.phone_model},
-                                 {"calibrated", unit.calibrated}};
-  line["calibration_factor"] = nullptr;
-  if (unit.calibrated) line["calibration_factor"] = unit.calibration_factor;
-  print_line(line);
+Json flicker_fields(int number, const FlickerReading& reading) {
+  const FlickerResult& result = reading.result;
+  const bool has_dominant = is_frequency(result.dominant_freq);
+  const bool has_secondary = is_frequency(result.secondary_freq);
+  Json fields = measurement_fields(number, reading.time);
+  fields["channel_mask"] = result.channel;
+  fields["gain"] = reading.gain;
+  fields["saturated"] = reading.saturated;
+  fields["strength_100_hz_counts"] = result.strength_a;
+  fields["strength_120_hz_counts"] = result.strength_b;
+  fields["dominant_hz"] = value_or_null(has_dominant, result.dominant_freq);
+  fields["dominant_strength_counts"] = value_or_null(has_dominant, result.dominant_strength);
+  fields["secondary_hz"] = value_or_null(has_secondary, result.secondary_freq);
+  fields["secondary_strength_counts"] = value_or_null(has_secondary, result.secondary_strength);
+  return fields;
+}
+
+Json detector_fields(int number, const DetectorReading& reading) {
+  const std::uint32_t hz = reading.info.frequency;
+  Json fields = measurement_fields(number, reading.time);
+  fields["frequency_hz"] = value_or_null(hz != 0, hz);
+  fields["confidence"] = reading.info.confidence;
+  fields["saturated"] = reading.saturated;
+  return fields;
+}
+
+// A row for each channel, below a heading. Columns for which a terminal of `columns` columns is too
+// narrow are left out whole; 0 stands for any width, without a bar.
+std::string channel_rows(const AlsReading& reading, int columns) {
+  constexpr int kWithColor = 30;
+  constexpr int kWithGain = 38;
+  constexpr int kWithMeaning = 49;
+  constexpr int kShortestBar = 8;
+  const bool has_color = columns == 0 || columns >= kWithColor;
+  const bool has_gain = columns == 0 || columns >= kWithGain;
+  const bool has_meaning = columns == 0 || columns >= kWithMeaning;
+  const int bar_width = columns - kWithGain - 1;
+  const bool has_bar = bar_width >= kShortestBar;
+  std::string text = "channel";
+  if (has_color) text += "  color   ";
+  if (has_gain) text += "    gain";
+  text += has_meaning ? "     counts  * saturated\n" : "     counts\n";
+  bool is_any_saturated = false;
+  for (const int n : channels_of(reading.result.channelMask)) {
+    const auto value = static_cast<double>(reading.result.value[n]);
+    is_any_saturated = is_any_saturated || reading.saturated[n];
+    text += text_of("%7d", n);
+    if (has_color) text += text_of("  %-8s", reading.color[n]);
+    if (has_gain) text += text_of("  %6.2f", reading.gain[n]);
+    text += text_of("  %9.2f", value) + (reading.saturated[n] ? " *" : has_bar ? "  " : "");
+    if (has_bar) text += " " + bar(value, kFullScale, bar_width);
+    text += "\n";
+  }
+  return text + (is_any_saturated && !has_meaning ? "* saturated\n" : "");
 }
 
 }  // namespace
@@ -114,35 +150,18 @@ const char* color_name(VD6281_Color_Id_t color) {
   return index < std::size(kNames) ? kNames[index] : "unknown";
 }
 
-void print_info(Format format, const UnitInfo& unit) {
-  if (format == Format::kJson) {
-    print_info_json(unit);
-    return;
-  }
-  std::printf("chip           0x%02x, revision 0x%02x (cut 2.%u)\n", unit.chip_id, unit.revision,
-              unit.revision - kFirstRevision);
-  std::printf("unit           %s\n", unit.uid.c_str());
-  std::printf("driver         %u.%u\n", unit.driver_major, unit.driver_minor);
-  std::printf("OTP            oscillator trims 0x%03x and 0x%x, color map %u\n",
-              unit.oscillator_trim, unit.oscillator_2_trim, unit.color_map);
-  std::printf("phone model    %u%s (by ro.product.device)\n", unit.phone_model,
-              unit.phone_model == 0 ? ", unknown" : "");
-  std::printf("calibration    %s\n", unit.calibrated ? "from the factory file" : "none");
-  std::printf("channel        color     slope   calibration factor\n");
-  for (int n = 0; n < 6; ++n) {
-    std::printf("%7d        %-8s  %.3f   ", n, unit.color[n], unit.slope[n]);
-    std::printf("%s\n",
-                unit.calibrated ? text_of("%.4f", unit.calibration_factor[n]).c_str() : "-");
-  }
-}
-
 void print_als_head(Format format) {
   if (format == Format::kCsv) {
-    std::printf("number,valid,timestamp_ns,exposure_ms,smallest_gain");
-    for (int n = 0; n < 6; ++n) std::printf(",gain_%d,counts_%d,saturated_%d", n, n, n);
-    std::printf("\n");
+    std::vector<Json> names = names_of(als_fields(0, {}));
+    for (const char n : {'0', '1', '2', '3', '4', '5'}) {
+      for (const char* name : {"gain_", "counts_", "saturated_"})
+        names.emplace_back(std::string(name) + n);
+    }
+    print_csv(names);
   } else if (format == Format::kTable) {
-    std::printf("  #  exposure ms   counts (gain) of each channel, * saturated\n");
+    std::printf(
+        "  #  time (UTC)                exposure ms    counts (gain) of each channel, * saturated, "
+        "~ not settled\n");
   }
 }
 
@@ -150,8 +169,9 @@ void print_als(Format format, int number, const AlsReading& reading) {
   if (format == Format::kJson) return print_als_json(number, reading);
   if (format == Format::kCsv) return print_als_csv(number, reading);
   const ALSResult& als = reading.result;
-  std::printf("%3d  %11.1f  ", number, static_cast<double>(als.exposureMs));
-  if (als.valid == 0) std::printf(" no measurement");
+  std::printf("%3d  %s  %11.1f %s", number, utc_text(reading.time).c_str(),
+              static_cast<double>(als.exposureMs), reading.settled.value_or(true) ? " " : "~");
+  if (als.valid == 0) std::printf("  no measurement");
   for (const int n : channels_of(als.channelMask)) {
     std::printf("  %d: %9.2f%s(%.2f)", n, static_cast<double>(als.value[n]),
                 reading.saturated[n] ? "*" : " ", reading.gain[n]);
@@ -161,77 +181,50 @@ void print_als(Format format, int number, const AlsReading& reading) {
 
 std::string als_panel(const AlsReading& reading, int columns) {
   const ALSResult& als = reading.result;
-  if (als.valid == 0) return "no measurement\n";
-  std::string text = text_of("exposure %.1f ms, counts at gain %.2f\n",
-                             static_cast<double>(als.exposureMs), static_cast<double>(als.gain));
-  text += "channel  color       gain     counts  * saturated\n";
-  for (const int n : channels_of(als.channelMask)) {
-    const auto value = static_cast<double>(als.value[n]);
-    text += text_of("%7d  %-8s  %6.2f  %9.2f", n, reading.color[n], reading.gain[n], value);
-    text += reading.saturated[n] ? " *" : columns > 0 ? "  " : "";
-    if (columns > 0) text += " " + bar(value, kFullScale, columns - kColumnsBesideTheBar);
-    text += "\n";
-  }
-  return text;
+  std::string text = "time " + utc_text(reading.time) + "\n";
+  if (als.valid == 0) return text + "no measurement\n";
+  text +=
+      text_of("exposure %.1f ms, counts at gain %.2f%s\n", static_cast<double>(als.exposureMs),
+              static_cast<double>(als.gain), reading.settled.value_or(true) ? "" : ", not settled");
+  return (columns > 0 ? wrapped(text, columns) : text) + channel_rows(reading, columns);
 }
 
 void print_flicker_head(Format format) {
   if (format == Format::kCsv) {
-    std::printf(
-        "number,timestamp_ns,channel_mask,gain,saturated,strength_100_hz_counts,"
-        "strength_120_hz_counts,dominant_hz,dominant_strength_counts,secondary_hz,"
-        "secondary_strength_counts\n");
+    print_csv(names_of(flicker_fields(0, {})));
   } else if (format == Format::kTable) {
-    std::printf("  #  channel mask   gain    100 Hz    120 Hz   dominant, secondary (strength)\n");
+    std::printf(
+        "  #  time (UTC)                channel mask   gain    100 Hz    120 Hz   dominant, "
+        "secondary (strength)\n");
   }
 }
 
 void print_flicker(Format format, int number, const FlickerReading& reading) {
+  if (format == Format::kJson) return print_json(flicker_fields(number, reading));
+  if (format == Format::kCsv) return print_csv(values_of(flicker_fields(number, reading)));
   const FlickerResult& result = reading.result;
-  if (format == Format::kJson) {
-    print_line({{"number", number},
-                {"timestamp_ns", result.timestamp_ns},
-                {"channel_mask", result.channel},
-                {"gain", reading.gain},
-                {"saturated", reading.saturated},
-                {"strength_100_hz_counts", result.strength_a},
-                {"strength_120_hz_counts", result.strength_b},
-                {"dominant", frequency(result.dominant_freq, result.dominant_strength)},
-                {"secondary", frequency(result.secondary_freq, result.secondary_strength)}});
-    return;
-  }
-  if (format == Format::kCsv) {
-    const auto hz = [](std::uint32_t value) { return is_frequency(value) ? value : 0; };
-    std::printf("%d,%llu,%u,%g,%d,%u,%u,%u,%u,%u,%u\n", number,
-                static_cast<unsigned long long>(result.timestamp_ns), result.channel, reading.gain,
-                reading.saturated, result.strength_a, result.strength_b, hz(result.dominant_freq),
-                result.dominant_strength, hz(result.secondary_freq), result.secondary_strength);
-    return;
-  }
-  std::printf("%3d          0x%02x  %5.2f  %8u  %8u   %s, %s%s\n", number, result.channel,
-              reading.gain, result.strength_a, result.strength_b,
+  std::printf("%3d  %s          0x%02x  %5.2f  %8u  %8u   %s, %s%s\n", number,
+              utc_text(reading.time).c_str(), result.channel, reading.gain, result.strength_a,
+              result.strength_b,
               frequency_text(result.dominant_freq, result.dominant_strength).c_str(),
               frequency_text(result.secondary_freq, result.secondary_strength).c_str(),
-              reading.saturated ? "  saturated: too bright to tell" : "");
+              saturation_text(reading.saturated));
 }
 
 void print_detector_head(Format format) {
-  if (format == Format::kCsv) std::printf("number,frequency_hz,confidence\n");
-  if (format == Format::kTable) std::printf("  #  frequency  confidence\n");
+  if (format == Format::kCsv) print_csv(names_of(detector_fields(0, {})));
+  if (format == Format::kTable) {
+    std::printf("  #  time (UTC)                frequency  confidence\n");
+  }
 }
 
-void print_detector(Format format, int number, const VD6281_FlickerInfo_t& info) {
-  if (format == Format::kJson) {
-    nlohmann::ordered_json line = {{"number", number}, {"frequency_hz", nullptr}};
-    if (info.frequency != 0) line["frequency_hz"] = info.frequency;
-    line["confidence"] = info.confidence;
-    print_line(line);
-  } else if (format == Format::kCsv) {
-    std::printf("%d,%u,%u\n", number, info.frequency, info.confidence);
-  } else {
-    const std::string hz = info.frequency != 0 ? text_of("%6u Hz", info.frequency) : "none";
-    std::printf("%3d  %9s  %10u\n", number, hz.c_str(), info.confidence);
-  }
+void print_detector(Format format, int number, const DetectorReading& reading) {
+  if (format == Format::kJson) return print_json(detector_fields(number, reading));
+  if (format == Format::kCsv) return print_csv(values_of(detector_fields(number, reading)));
+  const VD6281_FlickerInfo_t& info = reading.info;
+  const std::string hz = info.frequency != 0 ? text_of("%6u Hz", info.frequency) : "none";
+  std::printf("%3d  %s  %9s  %10u%s\n", number, utc_text(reading.time).c_str(), hz.c_str(),
+              info.confidence, saturation_text(reading.saturated));
 }
 
 }  // namespace spectralsensorctl

@@ -3,49 +3,31 @@
 // Shows readings as a table for people, or as JSON or CSV for programs.
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
 #include "spectral_sensor.h"
+#include "tools/record.h"
 
 namespace spectralsensorctl {
 
-enum class Format { kTable, kJson, kCsv };
-
 struct AlsReading {
   ALSResult result;
-  double gain[6];        // of each channel, as a factor
-  const char* color[6];  // of each channel's filter
-  bool saturated[6];     // whether the counter of each channel was full
+  Moment time;                  // when the tool had the result
+  std::optional<bool> settled;  // whether the auto-exposure keeps the setting; none without it
+  double gain[6];               // of each channel, as a factor
+  const char* color[6];         // of each channel's filter
+  bool saturated[6];            // whether the counter of each channel was full
 };
 
 // Whether a channel's counter was full. `counts` is the value at the channel's own gain and without
 // any correction. The counter's limit is 910 for each 1.6 ms of exposure, and at most 65535.
 bool is_saturated(double counts, double exposure_ms);
 
-// The description of the unit that `info` shows.
-struct UnitInfo {
-  unsigned int chip_id;
-  unsigned int revision;
-  std::string uid;
-  unsigned int driver_major;
-  unsigned int driver_minor;
-  unsigned int oscillator_trim;
-  unsigned int oscillator_2_trim;
-  unsigned int color_map;
-  double slope[6];  // 1 is neutral
-  const char* color[6];
-  unsigned int phone_model;  // 1..4, or 0 if unknown
-  bool calibrated;
-  double calibration_factor[6];
-};
-
 const char* color_name(VD6281_Color_Id_t color);
 
 // A frequency of -1 or 0 means that the measurement reports none.
 inline bool is_frequency(std::uint32_t hz) { return hz != 0 && hz != 0xFFFFFFFF; }
-
-void print_info(Format format, const UnitInfo& unit);
 
 // Prints the head of a table or of CSV, and nothing for JSON.
 void print_als_head(Format format);
@@ -57,12 +39,18 @@ std::string als_panel(const AlsReading& reading, int columns);
 void print_flicker_head(Format format);
 struct FlickerReading {
   FlickerResult result;
+  Moment time;     // when the tool had the result
   double gain;     // of the flicker channel, as a factor
   bool saturated;  // whether a sample was saturated, so that peaks may be cut off
 };
 void print_flicker(Format format, int number, const FlickerReading& reading);
 
+struct DetectorReading {
+  VD6281_FlickerInfo_t info;
+  Moment time;     // when the detector had an answer
+  bool saturated;  // whether the light saturates the flicker channel
+};
 void print_detector_head(Format format);
-void print_detector(Format format, int number, const VD6281_FlickerInfo_t& info);
+void print_detector(Format format, int number, const DetectorReading& reading);
 
 }  // namespace spectralsensorctl

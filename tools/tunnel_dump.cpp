@@ -2,7 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
-#include <nlohmann/json.hpp>
+#include <utility>
 
 #include "tools/phone_facts.h"
 
@@ -28,26 +28,52 @@ TunnelPacket parse_packet(const std::uint8_t* header) {
   return packet;
 }
 
-void print_line(Format format, std::size_t number, const TunnelPacket& packet) {
+constexpr std::size_t kSamples = kFlickerPayloadSize / kRecordSize;  // of a flicker packet
+
+// The fields of a packet besides its samples.
+Json packet_fields(std::size_t number, const TunnelPacket& packet, const Moment& time) {
+  Json fields = measurement_fields(static_cast<int>(number), time);
+  fields["id"] = packet.id;
+  fields["auxiliary"] = packet.auxiliary;
+  fields["timestamp_ns"] = packet.time_stamp;
+  fields["sequence"] = packet.sequence;
+  fields["length_bytes"] = packet.length;
+  return fields;
+}
+
+void print_head(Format format) {
+  if (format == Format::kTable) {
+    std::printf(
+        "   #  time (UTC)                 id    aux     timestamp, ns    sequence  bytes  samples, "
+        "counts\n");
+  } else if (format == Format::kCsv) {
+    std::vector<Json> names = names_of(packet_fields(0, {}, {}));
+    for (std::size_t i = 0; i < kSamples; ++i) {
+      names.emplace_back("sample_" + std::to_string(i) + "_counts");
+    }
+    print_csv(names);
+  }
+}
+
+void print_packet(Format format, std::size_t number, const TunnelPacket& packet,
+                  const Moment& time) {
   if (format == Format::kJson) {
-    const nlohmann::ordered_json line = {{"number", number},
-                                         {"id", packet.id},
-                                         {"auxiliary", packet.auxiliary},
-                                         {"timestamp_ns", packet.time_stamp},
-                                         {"sequence", packet.sequence},
-                                         {"length_bytes", packet.length},
-                                         {"samples_counts", packet.samples}};
-    std::printf("%s\n", line.dump().c_str());
-    return;
+    Json fields = packet_fields(number, packet, time);
+    fields["samples_counts"] = packet.samples;
+    print_json(fields);
+  } else if (format == Format::kCsv) {
+    std::vector<Json> values = values_of(packet_fields(number, packet, time));
+    const std::size_t fields = values.size();
+    values.insert(values.end(), packet.samples.begin(), packet.samples.end());
+    values.resize(fields + kSamples);  // a packet without samples has empty fields
+    print_csv(values);
+  } else {
+    std::printf("%4zu  %s  %3u  %5u  %16llu  %10u  %5u", number, utc_text(time).c_str(), packet.id,
+                packet.auxiliary, static_cast<unsigned long long>(packet.time_stamp),
+                packet.sequence, packet.length);
+    for (const std::int16_t sample : packet.samples) std::printf(" %6d", sample);
+    std::printf("\n");
   }
-  const char* row =
-      format == Format::kCsv ? "%zu,%u,%u,%llu,%u,%u" : "%4zu  %3u  %5u  %16llu  %10u  %5u";
-  std::printf(row, number, packet.id, packet.auxiliary,
-              static_cast<unsigned long long>(packet.time_stamp), packet.sequence, packet.length);
-  for (const std::int16_t sample : packet.samples) {
-    std::printf(format == Format::kCsv ? ",%d" : " %6d", sample);
-  }
-  std::printf("\n");
 }
 
 }  // namespace
@@ -75,18 +101,10 @@ TunnelStream parse_stream(const std::string& bytes) {
   return stream;
 }
 
-void print_stream(Format format, const TunnelStream& stream) {
-  if (format == Format::kTable) {
-    std::printf("   #   id    aux     timestamp, ns    sequence  bytes  samples, counts\n");
-  } else if (format == Format::kCsv) {
-    std::printf("number,id,auxiliary,timestamp_ns,sequence,length_bytes");
-    for (std::size_t i = 0; i < kFlickerPayloadSize / kRecordSize; ++i) {
-      std::printf(",sample_%zu_counts", i);
-    }
-    std::printf("\n");
-  }
+void print_stream(Format format, const TunnelStream& stream, const Moment& time) {
+  print_head(format);
   std::size_t number = 0;
-  for (const TunnelPacket& packet : stream.packets) print_line(format, ++number, packet);
+  for (const TunnelPacket& packet : stream.packets) print_packet(format, ++number, packet, time);
 }
 
 }  // namespace spectralsensorctl

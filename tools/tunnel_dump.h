@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/report.h"
+#include "tools/record.h"
 
 namespace spectralsensorctl {
 
@@ -28,7 +28,7 @@ struct TunnelStream {
 // Splits a stream into packets, up to the first bytes that are not a whole packet.
 TunnelStream parse_stream(const std::string& bytes);
 
-// Prints a line for each packet.
-void print_stream(Format format, const TunnelStream& stream);
+// Prints a line for each packet. `time` is when the stream had been read.
+void print_stream(Format format, const TunnelStream& stream, const Moment& time);
 
 }  // namespace spectralsensorctl
