@@ -2,7 +2,7 @@
 # The tool's manual page and its bash completion know every command and option that its --help lists.
 # The arguments are the path of the tool and the source folder.
 set -euo pipefail
-program=$1 source=$2
+program=$(realpath "$1") source=$2
 failed=0
 complain() {
   echo "$1"
@@ -12,13 +12,15 @@ spectralsensorctl() { ${EMULATOR-} "$program" "$@"; }
 
 # shellcheck source=/dev/null
 . "$source/tools/spectralsensorctl.bash"
-# Prints the completions of the last of these words.
+# Prints the completions of the last of these words, and how readline is to take them.
 completions() {
+  local taken=
+  compopt() { taken=" ($*)"; }
   COMP_WORDS=("$@")
   COMP_CWORD=$(($# - 1))
   COMPREPLY=()
   _spectralsensorctl
-  echo "${COMPREPLY[*]}"
+  echo "${COMPREPLY[*]}$taken"
 }
 expect() {
   local wanted=$1 got
@@ -51,11 +53,20 @@ for command in "${commands[@]}"; do
 done
 [ "$count" -gt 30 ] || complain "only $count options found"
 
-expect "moonlight mains-50hz mains-60hz mixed" --simulate = m
+expect "moonlight mains-50hz mains-60hz mixed (-o filenames)" --simulate = m
 expect "flicker" --simulate = mixed fl
 expect "device layered" --facade ""
 expect "list get set -h --help" --facade layered control ""
 expect "pedestal-enable pedestal-value" control get p
 expect "4 8 12 16 20" control set sda-drive ""
 expect "--help --count --watch --detector --save --plot --json --csv" flicker --count 3 --
+
+# Files, with readline's escapes in what is typed and without them in what is completed.
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+mkdir "$folder/my scenes"
+touch "$folder/my desk.json" "$folder/my lamp.png"
+cd "$folder"
+expect "my desk.json my scenes (-o filenames)" --simulate = "my\\ "
+expect "my lamp.png (-o filenames)" flicker --plot '"my l'
 exit $failed

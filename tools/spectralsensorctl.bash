@@ -1,8 +1,14 @@
-# Bash completion of spectralsensorctl. Commands and options are those that its --help tells.
+# Bash completion of spectralsensorctl. Its --help lists the commands and options that this completes.
+
+# Adds completions by compgen.
+_spectralsensorctl_add() {
+  mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen "$@")
+}
 
 _spectralsensorctl() {
   local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
   local tool=${COMP_WORDS[0]} word commands=() skip=0 i
+  COMPREPLY=()
   # Bash takes --simulate=scene apart at the equals sign.
   [ "$cur" != "=" ] || cur=
   [ "$prev" != "=" ] || prev=${COMP_WORDS[COMP_CWORD - 2]}
@@ -18,12 +24,26 @@ _spectralsensorctl() {
     esac
   done
 
-  local words
+  local words name
+  case $prev in
+    --simulate | --save | --plot | --raw)
+      # Readline escapes blanks in file names and adds a slash to folders. The word that is compared
+      # with them has no escapes and no quote.
+      compopt -o filenames 2>/dev/null || true
+      name=${cur//\\/}
+      name=${name#[\"\']}
+      ;;
+  esac
   case $prev in
     --facade) words="device layered" ;;
-    --simulate) words=$("$tool" scenes 2>/dev/null | cut -d' ' -f1) ;;
+    --simulate)
+      _spectralsensorctl_add -W "$("$tool" scenes 2>/dev/null | cut -d' ' -f1)" -- "$name"
+      _spectralsensorctl_add -f -X '!*.json' -- "$name"
+      _spectralsensorctl_add -d -- "$name"
+      return
+      ;;
     --save | --plot | --raw)
-      mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+      _spectralsensorctl_add -f -- "$name"
       return
       ;;
     --count | --exposure-us | --gain | --channels | --length-ms) return ;;
@@ -39,6 +59,6 @@ _spectralsensorctl() {
       esac
       ;;
   esac
-  mapfile -t COMPREPLY < <(compgen -W "$words" -- "$cur")
+  _spectralsensorctl_add -W "$words" -- "$cur"
 }
 complete -F _spectralsensorctl spectralsensorctl
