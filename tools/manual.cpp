@@ -12,9 +12,10 @@ constexpr std::size_t kIndent = 4;
 constexpr std::size_t kWidth = 80;
 
 constexpr char kExitStatus[] =
-    "0 when all went well or a watch was ended, 1 when the sensor failed, the output could not be "
-    "written or Ctrl-C came before the answer, 2 when the arguments or the scene were wrong. "
-    "Errors go to stderr and name the node.";
+    "0 on success or when a watch was ended, 1 when the sensor failed, it stays powered or the "
+    "output could not be written, 2 when the arguments or the scene were wrong, 130 when Ctrl-C "
+    "came before the end, 141 when the output's reader has gone. Errors go to stderr and name the "
+    "node.";
 
 // Wraps the text to the page's width. A line that begins with a blank loses the blank and is not
 // wrapped.
