@@ -1,13 +1,22 @@
 // What the tool derives from its measurements.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <pty.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cmath>
+#include <csignal>
+#include <cstdio>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "simulator/hub.h"
 #include "tools/live.h"
+#include "tools/numbers.h"
 #include "tools/report.h"
 #include "tools/tunnel_dump.h"
 #include "tools/waveform.h"
@@ -20,6 +29,7 @@ using testing::ElementsAre;
 using testing::Field;
 using testing::FloatNear;
 using testing::IsEmpty;
+using testing::Optional;
 using testing::SizeIs;
 
 namespace {
@@ -95,11 +105,85 @@ TEST(TunnelStream, IsParsedUpToWhereNoPacketBegins) {
   EXPECT_TRUE(garbage.is_out_of_step);
 }
 
+TEST(WholeNumber, IsDecimalOrHexadecimalAndNothingElse) {
+  using spectralsensorctl::parse_whole_number;
+  EXPECT_THAT(parse_whole_number("010"), Optional(10u));
+  EXPECT_THAT(parse_whole_number("0x1D"), Optional(29u));
+  EXPECT_THAT(parse_whole_number("4294967295"), Optional(4294967295u));
+  for (const char* text : {"", "0x", "-1", "+1", " 1", "1 ", "1.0", "1e3", "4294967296", "0x0x1"}) {
+    EXPECT_EQ(parse_whole_number(text), std::nullopt) << text;
+  }
+}
+
 TEST(Bar, IsLogarithmicAndStaysWithinItsWidth) {
   EXPECT_EQ(spectralsensorctl::bar(0.0, 10000.0, 8), "........");
   EXPECT_EQ(spectralsensorctl::bar(100.0, 10000.0, 8), "####....");
   EXPECT_EQ(spectralsensorctl::bar(20000.0, 10000.0, 8), "########");
   EXPECT_EQ(spectralsensorctl::bar(20000.0, 10000.0, -3), "");
+}
+
+// The test's output and errors go to a terminal of this width until the object ends.
+class Terminal {
+ public:
+  explicit Terminal(unsigned short columns) {
+    const winsize size = {24, columns, 0, 0};
+    int line = -1;
+    EXPECT_EQ(openpty(&m_screen, &line, nullptr, nullptr, &size), 0);
+    fcntl(m_screen, F_SETFL, O_NONBLOCK);
+    for (std::size_t i = 0; i < 2; ++i) {
+      m_before[i] = dup(kStreams[i]);
+      dup2(line, kStreams[i]);
+    }
+    close(line);
+  }
+  ~Terminal() {
+    for (std::size_t i = 0; i < 2; ++i) {
+      dup2(m_before[i], kStreams[i]);
+      close(m_before[i]);
+    }
+    close(m_screen);
+  }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  // Waits until the terminal has this text, and returns all that it has.
+  std::string shown_until(const std::string& end) {
+    for (int i = 0; i < 500 && m_shown.find(end) == std::string::npos; ++i) {
+      char chunk[4096];
+      const ssize_t count = read(m_screen, chunk, sizeof chunk);
+      if (count > 0) m_shown.append(chunk, static_cast<std::size_t>(count));
+      if (count <= 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return std::exchange(m_shown, "");
+  }
+
+ private:
+  static constexpr int kStreams[] = {STDOUT_FILENO, STDERR_FILENO};
+  int m_screen = -1;
+  int m_before[2] = {};
+  std::string m_shown;
+};
+
+TEST(LivePage, ShowsMessagesWholeAndBeginsAnewAfterAStop) {
+  Terminal terminal(10);
+  {
+    spectralsensorctl::LivePage page;
+    page.draw([](int columns) { return std::to_string(columns) + "\nwider than ten\n1"; });
+    EXPECT_EQ(terminal.shown_until("1\r\n"), "10\r\nwider than ten\r\n1\r\n");
+    std::fputs("a message of one line\n", stderr);
+    EXPECT_EQ(terminal.shown_until("1\r\n"),
+              "\033[4A\r\033[Ja message of one line\r\n10\r\nwider than ten\r\n1\r\n");
+    kill(getpid(), SIGCONT);
+    EXPECT_EQ(terminal.shown_until("1\r\n"), "10\r\nwider than ten\r\n1\r\n");
+    std::fputs("no end of line", stderr);
+  }
+  EXPECT_EQ(terminal.shown_until("line"), "no end of line");
+}
+
+TEST(Wrapped, BreaksLinesAtBlanksOnly) {
+  EXPECT_EQ(spectralsensorctl::wrapped("gain 0.83, settled\n12345678\n", 10),
+            "gain 0.83,\nsettled\n12345678\n");
+  EXPECT_EQ(spectralsensorctl::wrapped("gain 0.83\n", 3), "gain\n0.83\n");
 }
 
 }  // namespace
