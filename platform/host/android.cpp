@@ -8,6 +8,9 @@
 //   SPECTRALHOST_PROPERTY_KEY   value of the property KEY, whose dots are written as underscores,
 //                               as in SPECTRALHOST_PROPERTY_ro_product_device; it takes precedence
 //                               over the file
+//
+// On the simulated phone, the property ro.product.device comes from SPECTRALSIM_MODEL alone, and
+// the two variables for properties have no effect on it.
 
 #include "platform/android.h"
 
