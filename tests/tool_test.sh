@@ -53,12 +53,29 @@ expect 0 '^\{"format":1,"name":"pedestal-value","value":3\}$' --simulate control
 expect 0 '^\{"format":1,"name":"sda-drive","values":\[4,8,12,16,20\]\}$' control list --json
 expect 0 '^\{"format":1,"name":"dark","description":"[^"]+"\}$' scenes --json
 
+# The page lists every field of the last output, and the version of the formats.
+page=$(dirname "$0")/../docs/tool.md
+is_documented() {
+  local field
+  while read -r field; do
+    grep -F "\`$field\`" "$page" >/dev/null || fail "$page does not list $field"
+  done < <(grep -oE '"[a-z0-9_]+":' "$folder/out" | tr -d '":' | sort -u)
+  grep "version $(grep -oE '"format":[0-9]+' "$folder/out" | head -n 1 | cut -d: -f2) of the formats" "$page" >/dev/null ||
+    fail "$page has another version"
+}
+for command in info 'registers dump' 'control get sda-drive' 'control list' scenes; do
+  # shellcheck disable=SC2086
+  expect 0 '^\{"format":' --simulate $command --json
+  is_documented
+done
+
 # Every command that measures gives the time by both clocks. Those of the simulated phone begin at
 # these times.
 utc='2025-01-01T00:00:0[0-9]\.[0-9]{3}Z'
 while read -r command; do
   # shellcheck disable=SC2086
   expect 0 "\"time_utc\":\"$utc\",\"time_boot_ns\":120[0-9]{10}," --simulate $command --json
+  is_documented
   # shellcheck disable=SC2086
   expect 0 "^1,$utc,120[0-9]{10}," --simulate $command --csv
 done <<'COMMANDS'
@@ -124,6 +141,21 @@ expect 0 "270 Hz" --simulate=mixed flicker --plot "$folder/lamp.png" --save "$fo
 [ "$(stat -c %s "$folder/lamp.wav")" = 4044 ] || fail "not 2000 samples"
 expect 0 "" --simulate=mixed flicker --plot "$folder/lamp.gp"
 grep "dominant 270 Hz" "$folder/lamp.gp" >/dev/null || fail "the peak is not marked"
+grep "scene mixed.*channel 5, gain 5.00, 2025-01-01T" "$folder/lamp.gp" >/dev/null || fail "the picture does not say what was measured"
+expect 0 "" --simulate=sunlight flicker --plot "$folder/lamp.gp"
+grep "SATURATED, 2000 of 2000 samples" "$folder/lamp.gp" >/dev/null || fail "the picture does not show the saturation"
+# Where a file cannot be written whole, what was there before stays, and nothing else is left.
+mkdir "$folder/full"
+echo before >"$folder/full/lamp.png"
+(
+  ulimit -f 2
+  for file in --plot\ lamp.png --plot\ lamp.gp --save\ lamp.wav; do
+    expect 1 "cannot write .*: File too large" --simulate=mixed flicker "${file% *}" "$folder/full/${file#* }"
+  done
+)
+expect 1 "cannot write /dev/full: No space left" --simulate tunnel dump --raw /dev/full
+[ "$(ls "$folder/full")" = lamp.png ] || fail "half a file is left"
+[ "$(cat "$folder/full/lamp.png")" = before ] || fail "the picture before is lost"
 expect 1 "cannot write .*nowhere/lamp.png: No such" --simulate flicker --plot "$folder/nowhere/lamp.png"
 expect 0 "^   1  .*Z    0      0 +10000000 +0    160 +-?[0-9]+" --simulate tunnel dump --raw "$folder/stream"
 [ "$(head -c 4 "$folder/stream")" = EMOR ] || fail "no stream"
@@ -204,12 +236,15 @@ status=0
 timeout --preserve-status -s INT 1 "${start[@]}" --simulate als --count 1000 >"$folder/out" 2>"$folder/err" || status=$?
 [ "$status" = 130 ] || fail "Ctrl-C: exit status $status"
 
-# On a terminal a watch redraws itself in place and shows the cursor again at its end.
+# On a terminal a watch redraws itself in place, and leaves every setting of the terminal as it is.
 unset SPECTRALSIM_TRACE
 how_to_start --simulate
-script -qefc "timeout --foreground -s INT 1 ${start[*]} --simulate als --watch --no-auto-exposure --exposure-us 100000" "$folder/typescript" >/dev/null </dev/null || true
+TERM=xterm script -qefc "timeout --foreground -s INT 1 ${start[*]} --simulate als --watch --no-auto-exposure --exposure-us 100000" "$folder/typescript" >/dev/null </dev/null || true
 grep -aE $'^\033\\[8A\r\033\\[Jtime ' "$folder/typescript" >/dev/null || fail "not drawn again"
-grep -aF $'\033[?7h\033[?25h' "$folder/typescript" >/dev/null || fail "no cursor left"
+if grep -aF $'\033[?' "$folder/typescript" >/dev/null; then fail "a setting of the terminal is changed"; fi
+TERM=dumb script -qefc "timeout --foreground -s INT 1 ${start[*]} --simulate als --watch" "$folder/typescript" >/dev/null </dev/null || true
+grep -aE '^  1  2' "$folder/typescript" >/dev/null || fail "no plain lines"
+if grep -aF $'\033' "$folder/typescript" >/dev/null; then fail "a dumb terminal gets escape sequences"; fi
 
 # When the reader of the output goes away, the tool ends without a word, and powers the sensor down.
 export SPECTRALSIM_TRACE="$folder/trace"
