@@ -4,19 +4,22 @@
 //   SPECTRALSIM_CUT           2.0, 2.1 or 2.2 (2.2)
 //   SPECTRALSIM_TIME          real or virtual (real)
 //   SPECTRALSIM_SENSOR        none for a phone without the sensor
-//   SPECTRALSIM_MODEL         the phone's model
+//   SPECTRALSIM_MODEL         the phone's model; SPECTRALHOST_PROPERTY_ro_product_device is ignored
 //   SPECTRALSIM_FACTORY_FILE  a file that stands for the factory calibration file
 //   SPECTRALSIM_ANALYSIS      a file that stands for the analysis library, or none (the project's)
 //   SPECTRALSIM_FAULTS        faults as Fault::parse takes them, separated by blanks
 //   SPECTRALSIM_TRACE         a file to which the trace is written when the program ends
-// If the phone cannot be set up, the program ends before it begins, with a line that says why.
+// If the phone cannot be set up, or if there is another variable with this prefix, the program ends
+// before it begins, with a line that says why.
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -32,6 +35,30 @@ constexpr int kUsageExit = 2;
 std::string variable(const char* name, const char* otherwise = "") {
   const char* value = std::getenv(name);
   return value != nullptr && *value != '\0' ? value : otherwise;
+}
+
+constexpr char kPrefix[] = "SPECTRALSIM_";
+constexpr const char* kVariables[] = {
+    "SPECTRALSIM_SCENE",    "SPECTRALSIM_CUT",    "SPECTRALSIM_TIME",
+    "SPECTRALSIM_SENSOR",   "SPECTRALSIM_MODEL",  "SPECTRALSIM_FACTORY_FILE",
+    "SPECTRALSIM_ANALYSIS", "SPECTRALSIM_FAULTS", "SPECTRALSIM_TRACE"};
+
+std::string known_variables() {
+  std::string list;
+  for (const char* name : kVariables) list.append(list.empty() ? "" : ", ").append(name);
+  return list;
+}
+
+// Refuses a variable that has the prefix but is none of these, which is most likely a misspelt one.
+void know_all_variables() {
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string text = *entry;
+    const std::string name = text.substr(0, text.find('='));
+    const bool is_known =
+        std::find(std::begin(kVariables), std::end(kVariables), name) != std::end(kVariables);
+    if (name.rfind(kPrefix, 0) != 0 || is_known) continue;
+    throw std::invalid_argument("no variable " + name + "; there are " + known_variables());
+  }
 }
 
 Cut cut_named(const std::string& name) {
@@ -56,7 +83,7 @@ std::string content_of(const std::string& path) {
 }
 
 void set_up(Phone* phone) {
-  phone->scene(variable("SPECTRALSIM_SCENE", "office"));
+  phone->scene(variable("SPECTRALSIM_SCENE", kUsualScene));
   // The OTP of a usual unit has a color map.
   phone->chip()
       .cut(cut_named(variable("SPECTRALSIM_CUT", "2.2")))
@@ -97,6 +124,7 @@ __attribute__((constructor)) void plug_in() {
   if (variable("LD_PRELOAD").find("spectralsim") == std::string::npos) return;
   g_phone = new Phone();
   try {
+    know_all_variables();
     set_up(g_phone);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "spectralsim: %s\n", error.what());

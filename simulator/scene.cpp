@@ -2,11 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <iterator>
-#include <nlohmann/json.hpp>
-#include <set>
-#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -42,8 +38,8 @@ struct Named {
 Wave mains(double hz, double share) { return {Wave::Kind::kMains, hz, 0.5, share}; }
 Wave pwm(double hz, double duty, double share) { return {Wave::Kind::kPwm, hz, duty, share}; }
 
-const std::vector<Named>& table() {
-  static const std::vector<Named> scenes = {
+std::vector<Named> everyday_scenes() {
+  return {
       {"dark", "a closed box: a trace of light only", {{0, scaled(kNightSky, 0.0005)}}},
       {"moonlight", "a field at full moon", {{0, scaled(kNightSky, 0.01)}}},
       {"candle",
@@ -60,6 +56,11 @@ const std::vector<Named>& table() {
       {"sunlight",
        "straight into the sun: more than the chip can hold",
        {{0, scaled(kSky, 2500.0)}}},
+  };
+}
+
+std::vector<Named> flickering_scenes() {
+  return {
       {"mains-50hz",
        "a workshop under lamps on 50 Hz mains: 100 Hz",
        {{0, scaled(kLed, 20.0)}},
@@ -76,6 +77,11 @@ const std::vector<Named>& table() {
        "daylight, lamps on 50 Hz mains and a 270 Hz PWM display",
        {{0, scaled(kSky, 60.0)}},
        {mains(100, 0.4), pwm(270, 0.5, 0.15)}},
+  };
+}
+
+std::vector<Named> changing_scenes() {
+  return {
       {"dusk",
        "daylight that falls to moonlight within a minute",
        {{0, scaled(kSky, 420.0)},
@@ -96,6 +102,16 @@ const std::vector<Named>& table() {
         {15000, scaled(kSky, 90.0)},
         {20000, scaled(kSky, 420.0)}}},
   };
+}
+
+const std::vector<Named>& table() {
+  static const std::vector<Named> scenes = [] {
+    std::vector<Named> all = everyday_scenes();
+    for (const auto& more : {flickering_scenes(), changing_scenes()}) {
+      all.insert(all.end(), more.begin(), more.end());
+    }
+    return all;
+  }();
   return scenes;
 }
 
@@ -105,70 +121,8 @@ const Named& find(const std::string& name) {
   }
   std::string known;
   for (const Named& scene : table()) known += std::string(known.empty() ? "" : ", ") + scene.name;
-  throw std::invalid_argument("no scene \"" + name + "\"; there are " + known);
-}
-
-// Rejects an object with an unknown name, which is most likely a misspelt one.
-void know_all(const nlohmann::json& object, const std::set<std::string>& known) {
-  for (const auto& item : object.items()) {
-    if (known.count(item.key()) == 0) throw std::invalid_argument("no \"" + item.key() + "\" here");
-  }
-}
-
-Light light_of(const nlohmann::json& value) {
-  if (!value.is_array() || value.size() != Light{}.size()) {
-    throw std::invalid_argument("\"light\" takes six numbers, one a channel");
-  }
-  Light light = {};
-  for (std::size_t i = 0; i < light.size(); ++i) {
-    if (!value[i].is_number() || value[i].get<double>() < 0) {
-      throw std::invalid_argument("light is a number, 0 or more");
-    }
-    light[i] = value[i].get<double>();
-  }
-  return light;
-}
-
-std::vector<Scene::Point> points_of(const nlohmann::json& scene) {
-  if (scene.contains("light")) return {{0.0, light_of(scene["light"])}};
-  if (!scene.contains("points") || !scene["points"].is_array()) {
-    throw std::invalid_argument("a scene has \"light\" or a list of \"points\"");
-  }
-  std::vector<Scene::Point> points;
-  for (const auto& point : scene["points"]) {
-    if (!point.is_object() || !point.contains("at_ms") || !point["at_ms"].is_number() ||
-        !point.contains("light")) {
-      throw std::invalid_argument("a point has \"at_ms\" and \"light\"");
-    }
-    points.push_back({point["at_ms"].get<double>(), light_of(point["light"])});
-  }
-  return points;
-}
-
-Wave wave_of(const nlohmann::json& value) {
-  if (!value.is_object()) throw std::invalid_argument("a wave is an object");
-  know_all(value, {"wave", "hz", "duty", "share"});
-  const auto number = [&](const char* name, double otherwise, double low, double high) {
-    if (!value.contains(name)) return otherwise;
-    if (!value[name].is_number()) throw std::invalid_argument(std::string(name) + " is a number");
-    const double result = value[name].get<double>();
-    if (result >= low && result <= high) return result;
-    throw std::invalid_argument(std::string(name) + " is outside its range");
-  };
-  const std::string kind =
-      value.contains("wave") && value["wave"].is_string() ? value["wave"].get<std::string>() : "";
-  Wave wave;
-  if (kind == "pwm") {
-    wave.kind = Wave::Kind::kPwm;
-  } else if (kind == "candle") {
-    wave.kind = Wave::Kind::kCandle;
-  } else if (kind != "mains") {
-    throw std::invalid_argument("a wave is mains, pwm or candle");
-  }
-  wave.hz = number("hz", wave.hz, 1.0, 100000.0);
-  wave.duty = number("duty", wave.duty, 0.001, 1.0);
-  wave.share = number("share", wave.share, 0.0, 1.0);
-  return wave;
+  throw std::invalid_argument("no scene \"" + name + "\"; there are " + known +
+                              ", and files whose names end in .json");
 }
 
 }  // namespace
@@ -247,34 +201,6 @@ std::vector<std::string> Scene::names() {
 }
 
 std::string Scene::description(const std::string& name) { return find(name).description; }
-
-Scene Scene::from_json(const std::string& text) {
-  const auto scene = nlohmann::json::parse(text, nullptr, false);
-  if (!scene.is_object()) throw std::invalid_argument("a scene is one JSON object");
-  know_all(scene, {"light", "points", "flicker"});
-  if (scene.contains("light") && scene.contains("points")) {
-    throw std::invalid_argument("a scene has \"light\" or \"points\"");
-  }
-  std::vector<Wave> waves;
-  if (scene.contains("flicker")) {
-    if (!scene["flicker"].is_array()) throw std::invalid_argument("\"flicker\" is a list");
-    for (const auto& wave : scene["flicker"]) waves.push_back(wave_of(wave));
-  }
-  return Scene(points_of(scene)).flicker(std::move(waves));
-}
-
-Scene Scene::named_or_file(const std::string& name) {
-  const std::string suffix = ".json";
-  if (name.size() <= suffix.size() ||
-      name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0) {
-    return named(name);
-  }
-  std::ifstream file(name);
-  if (!file) throw std::invalid_argument("cannot open the scene file " + name);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return from_json(text.str());
-}
 
 double Scene::level(int channel, double at_ms) const {
   const auto index = static_cast<std::size_t>(channel);

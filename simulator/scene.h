@@ -27,6 +27,9 @@ struct Wave {
   double strength() const;
 };
 
+// The scene in front of a phone for which none is chosen.
+constexpr char kUsualScene[] = "office";
+
 // The light on each of the six channels, in counts per millisecond of exposure at gain 1.0.
 using Light = std::array<double, 6>;
 
@@ -61,16 +64,19 @@ class __attribute__((visibility("default"))) Scene {
   //   {"light": [six numbers]}
   //   {"points": [{"at_ms": 0, "light": [six numbers]}, ...]}
   //
-  // Either object may also have a list of waves:
+  // Either object may also have a list of waves; only a PWM wave has a duty, and a candle has no
+  // frequency:
   //
   //   "flicker": [{"wave": "mains", "hz": 100, "share": 0.8},
   //               {"wave": "pwm", "hz": 300, "duty": 0.4, "share": 0.1},
   //               {"wave": "candle", "share": 0.1}]
   //
-  // Throws std::invalid_argument with a text that says what is wrong.
+  // Throws std::invalid_argument with a text that names the line and says what is wrong there. A
+  // key that the scene does not have or that stands there twice is refused.
   static Scene from_json(const std::string& text);
 
-  // A built-in scene or, if the name ends in ".json", the scene in the file of this path.
+  // A built-in scene or, if the name ends in ".json", the scene in the file of this path. An error
+  // in the file also names the file.
   static Scene named_or_file(const std::string& name);
 
   // The mean light of a channel between two times of the phone, without the flicker.

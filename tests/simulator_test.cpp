@@ -379,22 +379,62 @@ TEST(SimulatedScene, FlickersAroundItsMean) {
   EXPECT_EQ(Scene::named("candle").strongest_hz(), 0) << "too slow for the detector";
 }
 
-TEST(SimulatedScene, RefusesBadInput) {
-  for (const char* bad :
-       {"", "[]", "{}", "{\"light\": [1]}", "{\"light\": [1,2,3,4,5,-6]}",
-        "{\"light\": [1,2,3,4,5,\"6\"]}", "{\"points\": []}",
-        "{\"light\": [1,2,3,4,5,6], \"flikcer\": []}", "{\"light\": [1,2,3,4,5,6], \"points\": []}",
-        "{\"points\": [{\"light\": [1,2,3,4,5,6]}]}",
-        R"({"light": [1,2,3,4,5,6], "flicker": [{"wave": "sine"}]})",
-        R"({"light": [1,2,3,4,5,6], "flicker": [{"wave": "pwm", "duty": 2}]})",
-        R"({"light": [1,2,3,4,5,6], "flicker": [{"wave": "mains"},
-                                                                  {"wave": "candle"}]})",
-        R"({"points": [{"at_ms": 5, "light": [1,2,3,4,5,6]},
-                                         {"at_ms": 1, "light": [1,2,3,4,5,6]}]})"}) {
-    EXPECT_THROW(Scene::from_json(bad), std::invalid_argument) << bad;
+std::string refusal(const std::string& json) {
+  try {
+    Scene::from_json(json);
+  } catch (const std::invalid_argument& error) {
+    return error.what();
   }
+  return "accepted";
+}
+
+TEST(SimulatedScene, RefusesBadInputByItsLine) {
+  const std::string light = "{\"light\": [1,2,3,4,5,6],\n";
+  const std::string wave = light + "\"flicker\": [\n{\"wave\": ";
+  const std::string point = R"({"at_ms": 5, "light": [1,2,3,4,5,6]})";
+  const struct {
+    std::string json;
+    const char* refusal;
+  } cases[] = {
+      {"", "line 1: .*unexpected end"},
+      {"\n{\"light\":\n[1,2,3,4,5,]}\n", "line 3: "},
+      {"[]", "line 1: a scene is an object"},
+      {"\n{}", "line 2: a scene has either \"light\" or \"points\""},
+      {light + "\"points\": []}", "line 1: a scene has either"},
+      {light + "\"flikcer\": []}",
+       "line 2: a scene has no \"flikcer\"; it has \"light\", \"points\", \"flicker\""},
+      {light + "\n\"light\": 0}", "line 3: \"light\" stands on line 1 already"},
+      {"{\"light\":\n[1]\n}", "line 2: \"light\" is a list of six"},
+      {"{\"light\": [1,\n2,\n-3\n,4,5,6]}", "line 3: the light of a channel is a number, 0 or"},
+      {"{\"light\": [1,2,3,4,5,\"6\"]}", "line 1: the light of a channel"},
+      {"{\"points\": []}", "line 1: .*at least one"},
+      {"{\"points\": [\n{\"light\": [1,2,3,4,5,6]}]}", "line 2: a point has \"at_ms\""},
+      {"{\"points\": [" + point + ",\n{\"at\": 1}]}", "line 2: a point has no \"at\""},
+      {"{\"points\": [" + point + ",\n{\"at_ms\": 1, \"light\": [1,2,3,4,5,6]}]}",
+       "line 2: .*not less"},
+      {wave + "\"sine\"}]}", "line 3: .*\"mains\", \"pwm\" or \"candle\""},
+      {wave + "\"pwm\", \"duty\": 2}]}", "line 3: \"duty\" is a number from 0.001 to 1"},
+      {wave + "\"mains\", \"duty\": 0.5}]}", "line 3: a mains wave has no \"duty\""},
+      {wave + "\"mains\"}, {\"wave\": \"candle\"}]}", "line 2: the waves share more"},
+      {std::string(100000, '['), "line 1: too many lists"},
+  };
+  for (const auto& [json, expected] : cases) {
+    EXPECT_THAT(refusal(json), testing::ContainsRegex(expected)) << json.substr(0, 200);
+  }
+}
+
+TEST(SimulatedScene, IsRefusedByItsNameOrFile) {
   EXPECT_THROW(Scene::named("disco"), std::invalid_argument);
   EXPECT_THROW(Scene::named_or_file("/nowhere/scene.json"), std::invalid_argument);
+  const std::string path = testing::TempDir() + "spectral_scene.json";
+  std::ofstream(path) << "{\n\"lihgt\": 1}";
+  try {
+    Scene::named_or_file(path);
+    ADD_FAILURE() << "accepted";
+  } catch (const std::invalid_argument& error) {
+    EXPECT_THAT(error.what(), testing::HasSubstr("spectral_scene.json, line 2: "));
+  }
+  unlink(path.c_str());
 }
 
 }  // namespace
