@@ -9,6 +9,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "simulator/scene.h"
+
 namespace spectralsensorctl {
 
 namespace {
@@ -59,6 +61,12 @@ void run_simulated(char** argv, const std::string& scene) {
   if (!scene.empty()) setenv("SPECTRALSIM_SCENE", scene.c_str(), 1);
   execv("/proc/self/exe", argv);
   throw std::runtime_error(std::string("cannot start again: ") + std::strerror(errno));
+}
+
+std::string simulated_scene() {
+  if (!is_loaded(kSimulator)) return "";
+  const char* scene = std::getenv("SPECTRALSIM_SCENE");
+  return scene != nullptr && *scene != '\0' ? scene : spectralsim::kUsualScene;
 }
 
 }  // namespace spectralsensorctl

@@ -12,4 +12,7 @@ namespace spectralsensorctl {
 // way it checks that the simulator is loaded, removes LD_PRELOAD from the environment and returns.
 void run_simulated(char** argv, const std::string& scene);
 
+// The simulated phone's scene, by its name or its file; empty without the simulator.
+std::string simulated_scene();
+
 }  // namespace spectralsensorctl
