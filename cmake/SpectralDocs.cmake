@@ -1,10 +1,11 @@
-# The pages of the API: the target docs makes them of the public headers, docs/ and the README, in
-# doc/html of the build folder. A declaration without its sentence, or a link to nowhere, fails it.
+# The target `docs` makes the pages of the API from the public headers, docs/ and the README, in doc/html
+# of the build folder. It fails if a declaration has no sentence, or if a picture or a link is dead.
 
 function(spectral_docs)
   find_package(Doxygen QUIET)
-  if(NOT DOXYGEN_FOUND)
-    message(STATUS "Doxygen is not here: the pages of the API are left out")
+  find_program(PERL perl)
+  if(NOT DOXYGEN_FOUND OR NOT PERL)
+    message(STATUS "Doxygen or perl is not here: the pages of the API are left out")
     return()
   endif()
   set(DOXYGEN_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/doc)
@@ -22,5 +23,10 @@ function(spectral_docs)
   set(DOXYGEN_PREDEFINED SPECTRAL_EXPORT=)
   set(DOXYGEN_HAVE_DOT NO)
   set(DOXYGEN_QUIET YES)
+  set(DOXYGEN_IMAGE_PATH ${PROJECT_SOURCE_DIR}/docs)
+  # The pages of docs/ link to headers as files, and Doxygen to the pages that it makes of them.
+  set(DOXYGEN_FILTER_PATTERNS "*.md=sed -E 's|[(][.][.]/include/([a-z0-9_]+[.]h)[)]|(@ref \\1)|g'")
   doxygen_add_docs(docs README.md CONTRIBUTING.md CHANGELOG.md include docs COMMENT "Making the pages of the API")
+  add_custom_command(TARGET docs POST_BUILD
+    COMMAND ${PERL} ${PROJECT_SOURCE_DIR}/cmake/dead_links.pl ${PROJECT_BINARY_DIR}/doc/html)
 endfunction()
