@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -153,8 +154,12 @@ void Floor::request(Step* step, int fd) {
   if (step->sleeps) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   if (step->waits) {
     std::unique_lock<std::mutex> lock(m_mutex);
-    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(m_exposure_ms);
-    m_wake.wait_until(lock, until, [] { return false; });
+    auto until = std::chrono::steady_clock::now();
+    const auto deadline = until + std::chrono::milliseconds(m_exposure_ms);
+    while (until < deadline) {  // in slices, as the library's wait sleeps
+      until = std::min(until + std::chrono::milliseconds(20), deadline);
+      m_wake.wait_until(lock, until);
+    }
   }
   if (ioctl(fd, spectral::kReadRegistersRequest, &step->block) != 0) give_up("ioctl");
 }

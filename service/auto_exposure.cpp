@@ -30,14 +30,15 @@ constexpr std::chrono::milliseconds kLongestSleep{20};
 // sleep is longer than a slice, after which the flag is tested again.
 template <typename Facade>
 void wait_for_exposure(Facade& facade, std::uint32_t exposure_us) {
-  using Clock = std::chrono::steady_clock;
   const std::chrono::milliseconds duration(exposure_us / 1000 + kReadOutTimeMs);
   std::unique_lock<std::mutex> lock(facade.m_als_mtx);
-  const Clock::time_point deadline = Clock::now() + duration;
-  while (spectral::is_set(facade.m_alsEnableFlag)) {
-    const Clock::time_point now = Clock::now();
-    if (now >= deadline) return;
-    facade.m_als_cv.wait_until(lock, std::min(deadline, now + kLongestSleep));
+  auto slept_until = std::chrono::steady_clock::now();
+  const auto deadline = slept_until + duration;
+  while (spectral::is_set(facade.m_alsEnableFlag) && slept_until < deadline) {
+    const auto slice_end = std::min(slept_until + kLongestSleep, deadline);
+    if (facade.m_als_cv.wait_until(lock, slice_end) == std::cv_status::timeout) {
+      slept_until = slice_end;
+    }
   }
 }
 
