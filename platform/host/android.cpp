@@ -4,6 +4,7 @@
 // Environment:
 //   SPECTRALHOST_LOG            lowest priority shown: verbose, debug, info, warn, error (default),
 //                               silent
+//   SPECTRALHOST_LOG_FILE       file to which every log line is appended, whatever its priority
 //   SPECTRALHOST_PROPERTY_FILE  file of "key=value" lines, like Android's build.prop
 //   SPECTRALHOST_PROPERTY_KEY   value of the property KEY, whose dots are written as underscores,
 //                               as in SPECTRALHOST_PROPERTY_ro_product_device; it takes precedence
@@ -14,6 +15,7 @@
 
 #include "platform/android.h"
 
+#include <fcntl.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -53,6 +55,13 @@ char priority_letter(int priority) {
   return known ? kPriorityLetters[priority] : '?';
 }
 
+// Returns the descriptor of the log file, or -1 where there is none.
+int open_log_file() {
+  const char* path = std::getenv("SPECTRALHOST_LOG_FILE");
+  if (path == nullptr) return -1;
+  return open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+}
+
 std::optional<std::string> property_from_environment(std::string key) {
   std::replace(key.begin(), key.end(), '.', '_');
   const char* value = std::getenv(("SPECTRALHOST_PROPERTY_" + key).c_str());
@@ -77,11 +86,12 @@ std::optional<std::string> property_from_file(const std::string& key) {
 
 extern "C" {
 
-// Writes one line to stderr in logcat's brief format, with a single write.
+// Writes one line to stderr and to the log file in logcat's brief format, with a single write each.
 SPECTRALHOST_EXPORT int __android_log_print(int priority, const char* tag, const char* format,
                                             ...) {
   static const int lowest = lowest_priority_shown();
-  if (priority < lowest) return 0;
+  static const int file = open_log_file();
+  if (priority < lowest && file < 0) return 0;
   char line[1024];
   const int head = std::snprintf(line, sizeof line, "%c/%s(%5d): ", priority_letter(priority), tag,
                                  static_cast<int>(getpid()));
@@ -93,6 +103,8 @@ SPECTRALHOST_EXPORT int __android_log_print(int priority, const char* tag, const
   length = std::min(length + static_cast<std::size_t>(std::max(body, 0)), sizeof line - 1);
   while (length > 0 && line[length - 1] == '\n') --length;  // logcat adds the line end itself
   line[length++] = '\n';
+  if (file >= 0 && write(file, line, length) < 0) return -1;
+  if (priority < lowest) return 0;
   std::fwrite(line, 1, length, stderr);
   return static_cast<int>(length);
 }
