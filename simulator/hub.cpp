@@ -151,12 +151,11 @@ void Hub::produce(std::int64_t now_ns, const Sampler& sample) {
 
 bool Hub::has_ended() const {
   if (m_end_after && m_sent >= *m_end_after) return true;
-  const bool more_to_come = m_flicker_on && !m_bytes;
-  return !more_to_come && m_pending.empty();
+  return m_bytes && m_pending.empty();
 }
 
 std::size_t Hub::read(void* buffer, std::size_t size, std::int64_t now_ns, const Sampler& sample) {
-  if (m_flicker_on && !m_bytes) produce(now_ns, sample);
+  if (streams()) produce(now_ns, sample);
   if (m_end_after) size = std::min(size, *m_end_after - std::min(*m_end_after, m_sent));
   const std::size_t count = m_pending.copy(static_cast<char*>(buffer), size);
   m_pending.erase(0, count);

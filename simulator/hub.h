@@ -44,7 +44,12 @@ class __attribute__((visibility("default"))) Hub {
   // Copies up to `size` bytes of what has been sent by `now_ns` into `buffer` and returns their
   // number.
   std::size_t read(void* buffer, std::size_t size, std::int64_t now_ns, const Sampler& sample);
+  // Whether the bench has ended the stream: nothing will ever come again.
   bool has_ended() const;
+  // Whether a stream of flicker packets is on, so that there will be more at next_due_ns().
+  bool streams() const { return m_flicker_on && !m_bytes; }
+  // Whether bytes wait for the reader already.
+  bool has_pending() const { return !m_pending.empty() || (streams() && m_at_once); }
   // The time of the next payload.
   std::int64_t next_due_ns() const { return m_next_payload_ns; }
 

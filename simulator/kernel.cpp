@@ -29,9 +29,11 @@ constexpr unsigned long kTerminate = 0xC0104B23;
 constexpr unsigned long kRouteTerminate = 0x4B19;
 constexpr char kUnparsedFilePath[] = "/data/unparsed_flicker_data";
 constexpr char kDumpFilePath[] = "/data/flicker_data.wav";
-constexpr char kNoFile[] = "/nonexistent/libzelk_flicker.so";
 constexpr std::uint32_t kMostRegisters = 32;
 constexpr unsigned long kHighestRegisterWrite = 0xFFFF;  // address byte, value byte
+constexpr mode_t kDumpFileMode = 0644;
+// How often a reader of the tunnel looks whether a stream has been set up.
+constexpr std::int64_t kIdleWaitNs = 10 * kNsPerMs;
 
 std::atomic<Kernel*> g_current{nullptr};
 
@@ -54,6 +56,23 @@ long fail_with(const Fault& fault) {
   errno = fault.error();
   return fault.result();
 }
+
+bool is_dump_file(Node node) { return node == Node::kUnparsedFile || node == Node::kDumpFile; }
+
+// Waits by the phone's clock, unless the descriptor has O_NONBLOCK.
+class WaitingByClock : public Waiting {
+ public:
+  WaitingByClock(Clock* clock, int fd) : m_clock(clock), m_fd(fd) {}
+  bool may_wait() override { return (syscall(SYS_fcntl, m_fd, F_GETFL) & O_NONBLOCK) == 0; }
+  bool wait_ns(std::int64_t duration_ns) override {
+    m_clock->sleep_ns(duration_ns);
+    return true;
+  }
+
+ private:
+  Clock* m_clock;
+  int m_fd;
+};
 
 }  // namespace
 
@@ -127,86 +146,122 @@ Kernel::~Kernel() {
   for (const auto& [node, fd] : m_backing) syscall(SYS_close, fd);
 }
 
-// Returns the descriptor of the memory file behind a node. It holds what is written to a dump file,
-// or what is read from the factory file; behind the other nodes it stays empty.
+// Returns the descriptor of the file behind a node, which is in memory or, for a dump file, in the
+// data folder. It holds what is written to a dump file, or what is read from the factory file;
+// behind the other nodes it stays empty.
 int Kernel::backing_file(Node node) {
   const auto known = m_backing.find(node);
   if (known != m_backing.end()) return known->second;
-  const int fd = static_cast<int>(syscall(SYS_memfd_create, name_of(node), MFD_CLOEXEC));
+  int fd = -1;
+  if (is_dump_file(node) && !m_data_folder.empty()) {
+    const std::string path = m_data_folder + "/" + name_of(node);
+    fd = static_cast<int>(
+        syscall(SYS_openat, AT_FDCWD, path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kDumpFileMode));
+  } else {
+    fd = static_cast<int>(syscall(SYS_memfd_create, name_of(node), MFD_CLOEXEC));
+  }
   if (fd >= 0) m_backing[node] = fd;
   return fd;
 }
 
 // Opens the file behind the node. The phone's descriptors are real ones, so that no other file of
 // the process gets the same number.
-int Kernel::open_descriptor(Node node, bool truncate) {
+int Kernel::open_descriptor(Node node, int flags) {
   const int backing = backing_file(node);
   if (backing < 0) return -1;
   const std::string path = "/proc/self/fd/" + std::to_string(backing);
-  const int flags = O_RDWR | O_CLOEXEC | (truncate ? O_TRUNC : 0);
-  const int fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, path.c_str(), flags, 0));
+  const int kept = O_CLOEXEC | O_NONBLOCK | (is_dump_file(node) ? O_TRUNC | O_APPEND : 0);
+  const int fd =
+      static_cast<int>(syscall(SYS_openat, AT_FDCWD, path.c_str(), O_RDWR | (flags & kept), 0));
   if (fd < 0) return -1;
   if (static_cast<std::size_t>(fd) >= kMaxFd) {
     syscall(SYS_close, fd);
     return static_cast<int>(fail_with(EMFILE));
   }
+  m_mode_of_fd[static_cast<std::size_t>(fd)] = static_cast<std::uint8_t>(flags & O_ACCMODE);
   m_node_of_fd[static_cast<std::size_t>(fd)].store(static_cast<std::uint8_t>(node),
                                                    std::memory_order_release);
   return fd;
 }
 
-int Kernel::open(Node node, bool close_on_exec, bool truncate) {
+// Whether the descriptor was opened for `mode`, which is O_RDONLY or O_WRONLY.
+bool Kernel::allows(int fd, int mode) const {
+  const int opened = m_mode_of_fd[static_cast<std::size_t>(fd)];
+  return opened == O_RDWR || opened == mode;
+}
+
+int Kernel::open(Node node, int flags) {
   const Entry entry(m_mutex);
   Event event;
   event.call = Call::kOpen;
   event.node = node;
-  event.close_on_exec = close_on_exec;
+  event.close_on_exec = (flags & O_CLOEXEC) != 0;
   if (const auto fault = strike(Call::kOpen, node, -1)) {
     fail_with(*fault);
   } else if (m_absent.count(node) != 0 || (node == Node::kFactoryFile && !m_has_factory_file)) {
     fail_with(ENOENT);
   } else {
-    event.fd = open_descriptor(node, truncate);
+    event.fd = open_descriptor(node, flags);
   }
   const int fd = event.fd;
   return static_cast<int>(finish(std::move(event), fd));
 }
 
-int Kernel::forget(int fd) {
+int Kernel::note_close(int fd) {
   const Entry entry(m_mutex);
   Event event = event_on(Call::kClose, fd);
   const auto fault = strike(Call::kClose, event.node, -1);
+  return static_cast<int>(finish(std::move(event), fault ? fail_with(*fault) : 0));
+}
+
+void Kernel::forget(int fd) {
+  const Entry entry(m_mutex);
   m_node_of_fd[static_cast<std::size_t>(fd)].store(0, std::memory_order_release);
   for (auto stream = m_streams.begin(); stream != m_streams.end();) {
     stream = stream->second == fd ? m_streams.erase(stream) : std::next(stream);
   }
-  return static_cast<int>(finish(std::move(event), fault ? fail_with(*fault) : 0));
 }
 
 int Kernel::close(int fd) {
-  const int result = forget(fd);
+  const int result = note_close(fd);
   const int error = errno;
+  forget(fd);
   syscall(SYS_close, fd);
   errno = error;
   return result;
 }
 
-// A read of the tunnel sleeps until the hub has sent something. The lock is released meanwhile.
-long Kernel::serve_tunnel(void* buffer, std::size_t size) {
+// A read of the tunnel waits until the hub has sent something. The lock is released meanwhile. On
+// virtual time nobody else could set a stream up in the meantime, so that the read of a tunnel
+// without one returns 0.
+long Kernel::serve_tunnel(void* buffer, std::size_t size, Waiting* waiting) {
   const auto sample = [this](std::int64_t from_ns, std::int64_t to_ns) {
     return m_chip.flicker_sample(from_ns, to_ns);
   };
   for (;;) {
     const std::size_t count = m_hub.read(buffer, size, m_clock.now_ns(), sample);
     if (count > 0 || m_hub.has_ended()) return static_cast<long>(count);
-    const std::int64_t wait_ns = m_hub.next_due_ns() - m_clock.now_ns();
+    const bool streams = m_hub.streams();
+    if (!streams && m_clock.is_virtual()) return 0;
+    if (!waiting->may_wait()) return fail_with(EAGAIN);
+    const std::int64_t due_ns = m_hub.next_due_ns() - m_clock.now_ns();
     m_mutex.unlock();
-    m_clock.sleep_ns(std::max<std::int64_t>(wait_ns, 0));
+    const bool waited = waiting->wait_ns(streams ? std::max<std::int64_t>(due_ns, 0) : kIdleWaitNs);
     m_mutex.lock();
+    if (!waited) return fail_with(EINTR);
   }
 }
 
-long Kernel::serve_read(const Event& event, void* buffer, std::size_t size) {
+// Reads the text of a sysfs attribute from the descriptor's position on, and moves the position.
+long Kernel::serve_attribute(int fd, const std::string& text, void* buffer, std::size_t size) {
+  const auto position = static_cast<std::size_t>(syscall(SYS_lseek, fd, 0L, SEEK_CUR));
+  if (position >= text.size()) return 0;
+  const std::size_t count = text.copy(static_cast<char*>(buffer), size, position);
+  syscall(SYS_lseek, fd, static_cast<long>(count), SEEK_CUR);
+  return static_cast<long>(count);
+}
+
+long Kernel::serve_read(const Event& event, void* buffer, std::size_t size, Waiting* waiting) {
   if (const auto fault = strike(Call::kRead, event.node, -1)) {
     if (fault->result() < 0) return fail_with(*fault);
     size = std::min(size, static_cast<std::size_t>(fault->result()));
@@ -218,20 +273,29 @@ long Kernel::serve_read(const Event& event, void* buffer, std::size_t size) {
     case Node::kDumpFile:
       return syscall(SYS_read, event.fd, buffer, size);
     case Node::kTunnel:
-      return serve_tunnel(buffer, size);
+      return serve_tunnel(buffer, size, waiting);
     case Node::kEnable:
-      return static_cast<long>(
-          std::string(m_chip.powered() ? "1\n" : "0\n").copy(static_cast<char*>(buffer), size));
+      return serve_attribute(event.fd, m_chip.powered() ? "1\n" : "0\n", buffer, size);
     default:
       return fail_with(EINVAL);
   }
 }
 
-ssize_t Kernel::read(int fd, void* buffer, std::size_t size) {
+ssize_t Kernel::read(int fd, void* buffer, std::size_t size, Waiting* waiting) {
   const Entry entry(m_mutex);
+  if (!allows(fd, O_RDONLY)) return fail_with(EBADF);
+  WaitingByClock by_clock(&m_clock, fd);
   Event event = event_on(Call::kRead, fd);
-  const long result = serve_read(event, buffer, size);
+  const long result = serve_read(event, buffer, size, waiting != nullptr ? waiting : &by_clock);
   return finish(std::move(event), result);
+}
+
+bool Kernel::is_readable(int fd, std::int64_t* again_in_ns) {
+  const Entry entry(m_mutex);
+  if (node_of_fd(fd) != Node::kTunnel || m_hub.has_ended()) return true;
+  const std::int64_t due_ns = m_hub.next_due_ns() - m_clock.now_ns();
+  *again_in_ns = m_hub.streams() ? std::max<std::int64_t>(due_ns, 0) : kIdleWaitNs;
+  return m_hub.has_pending() || (m_hub.streams() && due_ns <= 0);
 }
 
 long Kernel::take_write(Event* event) {
@@ -256,10 +320,13 @@ long Kernel::take_write(Event* event) {
 
 ssize_t Kernel::write(int fd, const void* buffer, std::size_t size) {
   const Entry entry(m_mutex);
+  if (!allows(fd, O_WRONLY)) return fail_with(EBADF);
   Event event = event_on(Call::kWrite, fd);
+  if (is_dump_file(event.node)) return syscall(SYS_write, fd, buffer, size);
   event.text.assign(static_cast<const char*>(buffer), size);
   const bool writable = event.node == Node::kWriteByte || event.node == Node::kEnable;
   const long result = writable ? take_write(&event) : fail_with(EINVAL);
+  if (result > 0) syscall(SYS_lseek, fd, result, SEEK_CUR);
   return finish(std::move(event), result);
 }
 
@@ -321,6 +388,11 @@ int Kernel::ioctl(int fd, unsigned long request, void* argument) {
   } else {
     fail_with(ENOTTY);
   }
+  if (event.address < 0) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%lx", request);
+    event.text = text;
+  }
   return static_cast<int>(finish(std::move(event), result));
 }
 
@@ -335,7 +407,7 @@ int Kernel::fd_of_stream(const void* stream) const {
   return known != m_streams.end() ? known->second : -1;
 }
 
-std::string Kernel::load_analysis(const char* path) {
+std::optional<std::string> Kernel::load_analysis(const char* path) {
   const Entry entry(m_mutex);
   Event event;
   event.call = Call::kDlopen;
@@ -343,7 +415,13 @@ std::string Kernel::load_analysis(const char* path) {
   event.text = path;
   const auto fault = strike(Call::kDlopen, event.node, -1);
   finish(std::move(event), fault ? fail_with(*fault) : 0);
-  return fault ? kNoFile : m_analysis.value_or(path);
+  if (fault) return std::nullopt;
+  return m_analysis.value_or(path);
+}
+
+std::optional<std::string> Kernel::analysis() const {
+  const Entry entry(m_mutex);
+  return m_analysis;
 }
 
 void Kernel::log(int priority, const char* tag, const char* text) {
@@ -405,6 +483,18 @@ void Kernel::set_analysis(std::optional<std::string> path) {
   m_analysis = std::move(path);
 }
 
+void Kernel::set_data_folder(const std::string& folder) {
+  const Entry entry(m_mutex);
+  m_data_folder = folder;
+}
+
+bool Kernel::is_present(Node node) const {
+  const Entry entry(m_mutex);
+  if (node == Node::kFactoryFile && !m_has_factory_file) return false;
+  if (node == Node::kAnalysisLibrary && !m_analysis) return false;
+  return m_absent.count(node) == 0;
+}
+
 std::string Kernel::dumped(Node node) const {
   const Entry entry(m_mutex);
   const auto backing = m_backing.find(node);
@@ -433,6 +523,11 @@ void Kernel::clear_trace() {
 void Kernel::keep_trace(bool on) {
   const Entry entry(m_mutex);
   m_keep_trace = on;
+}
+
+bool Kernel::keeps_trace() const {
+  const Entry entry(m_mutex);
+  return m_keep_trace;
 }
 
 int Kernel::open_descriptors() const {

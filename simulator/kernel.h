@@ -1,7 +1,8 @@
 #pragma once
 
-// The kernel's side of the phone: its nodes and files by descriptor, the faults and the trace. It
-// serves the preempted system calls.
+// The kernel's side of the phone: its nodes and files by descriptor, the faults and the trace. Both
+// fronts serve a program's system calls by it: the preempted calls of libc (preempt_files.cpp) and
+// the kernel's own nodes (fuse_nodes.cpp).
 
 #include <sys/types.h>
 
@@ -40,6 +41,20 @@ class Inside {
   }
 };
 
+// How a read of the tunnel waits for the hub.
+class Waiting {
+ public:
+  Waiting() = default;
+  virtual ~Waiting() = default;
+  Waiting(const Waiting&) = delete;
+  Waiting& operator=(const Waiting&) = delete;
+
+  // Whether the reader may wait at all; false for a descriptor with O_NONBLOCK.
+  virtual bool may_wait() = 0;
+  // Waits for this much of the phone's time. Returns false if a signal interrupted the wait.
+  virtual bool wait_ns(std::int64_t duration_ns) = 0;
+};
+
 class Kernel {
  public:
   Kernel() : m_chip(&m_clock) {}
@@ -58,15 +73,23 @@ class Kernel {
   static Node node_of_path(const char* path);
   Node node_of_fd(int fd) const;
 
-  // Like the system calls of the same names, these return a result, or -1 and set errno.
-  int open(Node node, bool close_on_exec, bool truncate = false);
+  // Like the system calls of the same names, these return a result, or -1 and set errno. `flags`
+  // are those of open(2). An operation that the flags of the descriptor do not allow fails with
+  // EBADF and is not in the trace, because the kernel does not pass it on to the node. The data of
+  // the dump files is not in the trace either.
+  int open(Node node, int flags);
   int close(int fd);
-  ssize_t read(int fd, void* buffer, std::size_t size);
+  ssize_t read(int fd, void* buffer, std::size_t size, Waiting* waiting = nullptr);
   ssize_t write(int fd, const void* buffer, std::size_t size);
   int ioctl(int fd, unsigned long request, void* argument);
-  // Closes the phone's file but leaves the descriptor, which the C library closes itself. Returns
-  // the result of the close.
-  int forget(int fd);
+  // Whether a read of the descriptor would return at once, and if not, in how many nanoseconds it
+  // is worth asking again.
+  bool is_readable(int fd, std::int64_t* again_in_ns);
+  // Adds a close to the trace, with its result, but leaves the descriptor as it is.
+  int note_close(int fd);
+  // Forgets the node behind the descriptor but leaves the descriptor open, because the C library
+  // closes it itself.
+  void forget(int fd);
 
   // The descriptor behind a stream that the simulator has made. The C library does not know the
   // descriptor of such a stream.
@@ -76,8 +99,11 @@ class Kernel {
   void log(int priority, const char* tag, const char* text);
 
   // Returns the file to load in place of the analysis library's path: the one that set_analysis
-  // chose, or `path` itself if it chose none. If a fault strikes, the file returned does not exist.
-  std::string load_analysis(const char* path);
+  // chose, or `path` itself if it chose none. If a fault strikes, it returns nothing and sets
+  // errno.
+  std::optional<std::string> load_analysis(const char* path);
+  // The file that set_analysis chose, if any.
+  std::optional<std::string> analysis() const;
 
   // The functions below may be called from any thread.
   void add_fault(const Fault& fault);
@@ -88,11 +114,15 @@ class Kernel {
   void set_file(const std::string& content);
   void set_model(std::optional<std::string> model);
   void set_analysis(std::optional<std::string> path);  // empty: the path itself
+  // Keeps the dump files in this folder, which exists. Without a folder they exist in memory only.
+  void set_data_folder(const std::string& folder);
   std::string dumped(Node node) const;
+  bool is_present(Node node) const;
   std::optional<std::string> model() const;
   Trace trace() const;
   void clear_trace();
   void keep_trace(bool on);
+  bool keeps_trace() const;
   int open_descriptors() const;
 
  private:
@@ -104,9 +134,11 @@ class Kernel {
   Event event_on(Call call, int fd) const;
   // Adds the event with its result to the trace and returns the result. It does not change errno.
   long finish(Event event, long result);
-  int open_descriptor(Node node, bool truncate);
-  long serve_read(const Event& event, void* buffer, std::size_t size);
-  long serve_tunnel(void* buffer, std::size_t size);
+  int open_descriptor(Node node, int flags);
+  bool allows(int fd, int mode) const;
+  long serve_read(const Event& event, void* buffer, std::size_t size, Waiting* waiting);
+  static long serve_attribute(int fd, const std::string& text, void* buffer, std::size_t size);
+  long serve_tunnel(void* buffer, std::size_t size, Waiting* waiting);
   int backing_file(Node node);
   long take_write(Event* event);
   long read_registers(VD6281_Transfer_t* block, Event* event);
@@ -123,6 +155,7 @@ class Kernel {
   Clock m_clock;
   Chip m_chip;
   std::array<std::atomic<std::uint8_t>, kMaxFd> m_node_of_fd = {};
+  std::array<std::uint8_t, kMaxFd> m_mode_of_fd = {};  // O_RDONLY, O_WRONLY or O_RDWR
   std::vector<Fault> m_faults;
   FaultSource m_fault_source;
   RegisterSource m_register_source;
@@ -130,6 +163,7 @@ class Kernel {
   bool m_has_factory_file = false;
   std::optional<std::string> m_model;
   std::optional<std::string> m_analysis;
+  std::string m_data_folder;
   Hub m_hub;
   std::map<const void*, int> m_streams;
   std::map<Node, int> m_backing;  // descriptors of the files behind the nodes

@@ -12,6 +12,12 @@
 using spectralsim::Kernel;
 using spectralsim::Next;
 
+namespace {
+
+constexpr char kNoFile[] = "/nonexistent/libzelk_flicker.so";
+
+}  // namespace
+
 extern "C" __attribute__((visibility("default"))) void* dlopen(const char* path,
                                                                int flags) noexcept {
   static Next<void*(const char*, int)> next("dlopen");
@@ -19,6 +25,6 @@ extern "C" __attribute__((visibility("default"))) void* dlopen(const char* path,
   const bool is_analysis =
       path != nullptr && std::strcmp(path, "/vendor/lib64/libzelk_flicker.so") == 0;
   if (kernel == nullptr || !is_analysis) return next(path, flags);
-  const std::string found = kernel->load_analysis(path);
-  return next(found.c_str(), flags);
+  const auto found = kernel->load_analysis(path);
+  return next(found ? found->c_str() : kNoFile, flags);
 }

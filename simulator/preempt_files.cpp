@@ -31,7 +31,7 @@ std::optional<int> open_on_phone(const char* path, int flags) {
   Kernel* kernel = Kernel::current();
   const Node node = Kernel::node_of_path(path);
   if (kernel == nullptr || node == Node::kNone) return std::nullopt;
-  return kernel->open(node, (flags & O_CLOEXEC) != 0);
+  return kernel->open(node, flags);
 }
 
 ssize_t read_stream(void* cookie, char* buffer, size_t size) {
@@ -57,12 +57,23 @@ FILE* stream_of(Kernel* kernel, int fd, const char* mode) {
   return stream;
 }
 
+// The flags of open(2) for a mode of fopen(3).
+int flags_of(const char* mode) {
+  const bool updates = std::strchr(mode, '+') != nullptr;
+  int flags = mode[0] == 'r' ? O_RDONLY : O_WRONLY;
+  if (updates) flags = O_RDWR;
+  if (mode[0] == 'w') flags |= O_TRUNC;
+  if (mode[0] == 'a') flags |= O_APPEND;
+  if (std::strchr(mode, 'e') != nullptr) flags |= O_CLOEXEC;
+  return flags;
+}
+
 std::optional<FILE*> fopen_on_phone(const char* path, const char* mode) {
   Kernel* kernel = Kernel::current();
   const Node node = Kernel::node_of_path(path);
   if (kernel == nullptr || node == Node::kNone) return std::nullopt;
   const spectralsim::Inside inside;
-  const int fd = kernel->open(node, std::strchr(mode, 'e') != nullptr, mode[0] == 'w');
+  const int fd = kernel->open(node, flags_of(mode));
   if (fd < 0) return nullptr;
   const bool is_read = node == Node::kTunnel || node == Node::kFactoryFile;
   return is_read ? stream_of(kernel, fd, mode) : fdopen(fd, mode);
@@ -146,8 +157,9 @@ SIM_PREEMPTS int fclose(FILE* stream) {
   static Next<int(FILE*)> next("fclose");
   const int fd = stream != nullptr ? fileno(stream) : -1;
   Kernel* kernel = kernel_of(fd);
-  const int result = kernel != nullptr ? kernel->forget(fd) : 0;
+  const int result = kernel != nullptr ? kernel->note_close(fd) : 0;
   const int error = errno;
+  if (kernel != nullptr) kernel->forget(fd);
   const int closed = next(stream);
   if (result == 0) return closed;
   errno = error;

@@ -41,6 +41,9 @@ std::string what(const Event& event) {
       return std::string("write ") + name_of(event.node) + " " + printable(event.text);
     case Call::kIoctl:
       if (event.node == Node::kTunnel) return "tunnel " + hex(event.address) + event.text;
+      if (event.address < 0) {
+        return std::string("ioctl ") + name_of(event.node) + " 0x" + event.text;
+      }
       return "read " + registers(event);
     case Call::kDlopen:
       return "dlopen " + event.text;

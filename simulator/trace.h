@@ -32,8 +32,8 @@ struct Event {
   int address = -1;
   int count = 0;   // registers read
   int value = -1;  // register value written, or read if count is 1
-  // The bytes written with their NUL, the text of a log line, the path of a dlopen, or the sensor
-  // code and the tunnel id of a tunnel request.
+  // The bytes written with their NUL, the text of a log line, the path of a dlopen, the sensor code
+  // and the tunnel id of a tunnel request, or the number of an unknown request.
   std::string text;
   long result = 0;
   int error = 0;  // errno if the result is negative
