@@ -6,7 +6,7 @@ CTEST_PARALLEL_LEVEL=$(nproc)
 export CTEST_PARALLEL_LEVEL
 
 build_packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libkissfft-dev
-  libcli11-dev libsndfile1-dev gnuplot-nox)
+  libcli11-dev libsndfile1-dev gnuplot-nox libfuse3-dev fuse3 bubblewrap)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils)
 format_packages=(clang-format blueprint-tools)
 tidy_packages=(clang clang-tidy)

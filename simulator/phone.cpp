@@ -1,6 +1,7 @@
 #include "simulator/phone.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <stdexcept>
 #include <utility>
@@ -11,14 +12,21 @@ namespace spectralsim {
 
 namespace {
 
-// The path of the project's own analysis library, in the folder of this library.
+constexpr char kOwnAnalysis[] = "libflicker_analysis.so";
+
+// The path of the project's own analysis library, in the folder of the simulator's library or
+// program, or in the library folder of the prefix under which the program is installed.
 std::string own_analysis_library() {
   Dl_info here = {};
   dladdr(reinterpret_cast<const void*>(&own_analysis_library), &here);
   const std::string path = here.dli_fname != nullptr ? here.dli_fname : "";
   const auto folder_end = path.rfind('/');
-  return (folder_end == std::string::npos ? "./" : path.substr(0, folder_end + 1)) +
-         "libflicker_analysis.so";
+  const std::string folder =
+      folder_end == std::string::npos ? "./" : path.substr(0, folder_end + 1);
+  const std::string beside = folder + kOwnAnalysis;
+  const std::string installed = folder + "../" SPECTRAL_LIBDIR "/" + kOwnAnalysis;
+  return access(beside.c_str(), R_OK) != 0 && access(installed.c_str(), R_OK) == 0 ? installed
+                                                                                   : beside;
 }
 
 }  // namespace
@@ -76,6 +84,11 @@ Phone& Phone::analysis_library(const std::string& path) {
 
 Phone& Phone::remove_analysis_library() {
   m_kernel->set_analysis(std::nullopt);
+  return *this;
+}
+
+Phone& Phone::data_folder(const std::string& folder) {
+  m_kernel->set_data_folder(folder);
   return *this;
 }
 

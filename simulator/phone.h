@@ -72,6 +72,12 @@ class __attribute__((visibility("default"))) Phone {
   std::vector<std::string> events() const;
   std::vector<std::string> log() const;
 
+  // Keeps the dump files in this folder. At first they are kept in memory.
+  Phone& data_folder(const std::string& folder);
+
+  // The phone's side of the kernel, for a front that serves system calls (simulator/kernel.h).
+  Kernel& kernel() { return *m_kernel; }
+
   // Whether this thread runs inside the simulator now.
   static bool is_inside();
 
