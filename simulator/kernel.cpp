@@ -321,6 +321,7 @@ long Kernel::take_write(Event* event) {
 ssize_t Kernel::write(int fd, const void* buffer, std::size_t size) {
   const Entry entry(m_mutex);
   if (!allows(fd, O_WRONLY)) return fail_with(EBADF);
+  if (size == 0) return 0;
   Event event = event_on(Call::kWrite, fd);
   if (is_dump_file(event.node)) return syscall(SYS_write, fd, buffer, size);
   event.text.assign(static_cast<const char*>(buffer), size);

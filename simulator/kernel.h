@@ -75,8 +75,8 @@ class Kernel {
 
   // Like the system calls of the same names, these return a result, or -1 and set errno. `flags`
   // are those of open(2). An operation that the flags of the descriptor do not allow fails with
-  // EBADF and is not in the trace, because the kernel does not pass it on to the node. The data of
-  // the dump files is not in the trace either.
+  // EBADF and is not in the trace, because the kernel does not pass it on to the node; neither is
+  // a write of nothing. The data of the dump files is not in the trace either.
   int open(Node node, int flags);
   int close(int fd);
   ssize_t read(int fd, void* buffer, std::size_t size, Waiting* waiting = nullptr);
