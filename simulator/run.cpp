@@ -17,6 +17,17 @@ namespace spectralsim {
 
 namespace {
 
+// The exit statuses of a shell for a command that is not found or cannot be run.
+constexpr int kNotFoundExit = 127;
+constexpr int kNotRunExit = 126;
+
+[[noreturn]] void become(char** arguments) {
+  execvp(arguments[0], arguments);
+  const int error = errno;
+  std::cerr << "spectralsim: cannot run " << arguments[0] << ": " << std::strerror(error) << '\n';
+  _exit(error == ENOENT ? kNotFoundExit : kNotRunExit);
+}
+
 // Becomes the command, with the simulator in front of libc.
 [[noreturn]] void become_preloaded(const Settings& settings, std::vector<std::string> command) {
   set_up(settings, std::make_unique<Phone>().get());  // throws what the command would end with
@@ -25,8 +36,7 @@ namespace {
   std::vector<char*> arguments;
   for (std::string& argument : command) arguments.push_back(argument.data());
   arguments.push_back(nullptr);
-  execvp(arguments[0], arguments.data());
-  throw std::runtime_error("cannot run " + command[0] + ": " + std::strerror(errno));
+  become(arguments.data());
 }
 
 #ifdef SPECTRALSIM_FUSE
@@ -70,7 +80,9 @@ int run(const Settings& settings, const std::string& nodes,
 
 void enter_sandbox_if_asked([[maybe_unused]] int argc, [[maybe_unused]] char** argv) {
 #ifdef SPECTRALSIM_FUSE
-  if (argc > 3 && std::strcmp(argv[1], Sandbox::kEntry) == 0) Sandbox::enter(argv + 2);
+  if (argc <= 3 || std::strcmp(argv[1], Sandbox::kEntry) != 0) return;
+  Sandbox::enter(argv[2]);
+  become(argv + 3);
 #endif
 }
 

@@ -33,8 +33,6 @@ constexpr char kBuilderFolder[] = "/tmp";
 constexpr char kNodesFolder[] = "/tmp/nodes";
 constexpr char kOuterTmp[] = "/tmp/tmp";
 constexpr int kSignalExit = 128;  // plus the signal's number, as a shell reports a signal
-constexpr int kNotFoundExit = 127;
-constexpr int kNotRunExit = 126;
 // The sandbox sends a descriptor, and this process the command's number, with one byte each.
 constexpr char kFuseByte = 'f';
 constexpr char kCommandByte = 'c';
@@ -302,17 +300,13 @@ int Sandbox::wait() {
   }
 }
 
-void Sandbox::enter(char** arguments) {
-  const int socket = std::atoi(arguments[0]);
+void Sandbox::enter(const char* socket_number) {
+  const int socket = std::atoi(socket_number);
   fcntl(socket, F_SETFD, FD_CLOEXEC);
   send_with(socket, kCommandByte, "", 0, -1);
   sigset_t none;
   sigemptyset(&none);
   pthread_sigmask(SIG_SETMASK, &none, nullptr);
-  execvp(arguments[1], arguments + 1);
-  const int error = errno;
-  std::fprintf(stderr, "spectralsim: cannot run %s: %s\n", arguments[1], std::strerror(error));
-  _exit(error == ENOENT ? kNotFoundExit : kNotRunExit);
 }
 
 }  // namespace spectralsim

@@ -37,10 +37,10 @@ class Sandbox {
   // command could not be started.
   int wait();
 
-  // Ends the calling process as the command: this is what the sandbox runs first. `arguments` are
-  // those behind kEntry.
+  // The program "spectralsim" is the first one that runs in the sandbox, with the arguments kEntry,
+  // a number and those of the command. It calls this with the number, and then becomes the command.
   static constexpr char kEntry[] = "--enter-sandbox";
-  [[noreturn]] static void enter(char** arguments);
+  static void enter(const char* socket_number);
 
   // Why there can be no sandbox on this machine, or an empty text.
   static std::string why_not();
