@@ -25,14 +25,15 @@ namespace {
 
 constexpr std::int64_t kAgainMs = 10000LL * 3600 * 1000;
 
-void set_up(Phone* phone, Cut cut) {
+void set_up(const Session& session, Cut cut, Phone* phone) {
+  furnish(session.furnished, phone);
   phone->scene("pwm-300hz");
   phone->chip().noise(0, 1).cut(cut).otp(spectralsim::Otp().version(6).color_map(2).slope(0, 0x90));
 }
 
 Trace play(const Session& session, Phone* phone) {
   phone->clear_trace();
-  session.run(phone);
+  session.play();
   return phone->trace();
 }
 
@@ -109,7 +110,7 @@ void append(const Lines& lines, Lines* all) { all->insert(all->end(), lines.begi
 Lines run_disturbed(const Session& session, Cut cut, const Reference& reference,
                     const std::vector<Injection>& injections) {
   Phone phone;
-  set_up(&phone, cut);
+  set_up(session, cut, &phone);
   for (const Injection& injection : injections) phone.fail(injection.fault);
   const Trace trace = play(session, &phone);
 
@@ -140,16 +141,24 @@ Lines run_disturbed(const Session& session, Cut cut, const Reference& reference,
 
 }  // namespace
 
+void furnish(Furnished furnished, Phone* phone) {
+  if (furnished == Furnished::kCalibrated) {
+    phone->model("tamberlo").factory_file("\n\n\n\n\n\n1764\n3021\n1240\n8113\n0\n6350\n6511\n");
+  } else if (furnished == Furnished::kDetectorAnswers) {
+    phone->chip().pin(0x35, 0x3F).pin(0x36, 0xC0).pin(0x37, 0xFF).pin(0x38, 0x00).pin(0x39, 0x0C);
+  }
+}
+
 Reference reference_of(const Session& session, Cut cut) {
   Phone phone;
-  set_up(&phone, cut);
+  set_up(session, cut, &phone);
   Trace first = play(session, &phone);
   return {std::move(first), play_again(session, &phone)};
 }
 
 Trace trace_of(const Session& session, Cut cut, const Injection& injection) {
   Phone phone;
-  set_up(&phone, cut);
+  set_up(session, cut, &phone);
   phone.fail(injection.fault);
   Trace trace = play(session, &phone);
   dlerror();  // frees the text of a failed dlopen, which the C library keeps until then

@@ -1,7 +1,9 @@
 #include "reliability/fault_sessions.h"
 
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <thread>
 
 #include "ambient_light_sensor.h"
 #include "flicker_sensor.h"
@@ -13,10 +15,9 @@ namespace sweep {
 
 namespace {
 
-using spectralsim::Phone;
-
 constexpr int kAls = SPECTRAL_MODE_ALS;
 constexpr int kFlicker = SPECTRAL_MODE_FLICKER;
+constexpr std::chrono::milliseconds kHalfSecond(500);
 constexpr std::uint32_t kShortExposureUs = 16000;  // keeps the polls of a default capture few
 
 SpectralSensorDevice* driver_of(SpectralSensorDevice* sensor) { return sensor; }
@@ -30,17 +31,12 @@ void tell_value(const char* what, long value) {
   __android_log_print(spectral::kLogInfo, kClientTag, "%s: %ld", what, value);
 }
 
-void pause_ms(Phone* phone, std::int64_t duration_ms) {
-  phone->clock().sleep_ns(duration_ms * spectralsim::kNsPerMs);
-}
-
 // A client of a service. It logs time stamps relative to its own construction.
 template <typename Service>
 class User {
  public:
-  explicit User(Phone* phone)
+  User()
       : m_start_ns(static_cast<std::uint64_t>(android::elapsedRealtimeNano())),
-        m_phone(phone),
         m_service(Service::Create()) {
     tell("Create", m_service != nullptr ? 0 : -1);
   }
@@ -51,7 +47,6 @@ class User {
   User(const User&) = delete;
   User& operator=(const User&) = delete;
 
-  Phone* phone() { return m_phone; }
   Service* service() { return m_service; }
   SpectralSensorDevice* driver() { return driver_of(m_service); }
 
@@ -98,13 +93,12 @@ class User {
   }
 
   std::uint64_t m_start_ns;
-  Phone* m_phone;
   Service* m_service;
 };
 
 template <typename Service>
-void bring_up(Phone* phone) {
-  User<Service> user(phone);
+void bring_up() {
+  User<Service> user;
   user.init(kAls);
   user.init(kFlicker);
   user.init(kAls);
@@ -121,8 +115,8 @@ void bring_up(Phone* phone) {
 }
 
 template <typename Service>
-void als_default(Phone* phone) {
-  User<Service> user(phone);
+void als_default() {
+  User<Service> user;
   user.service()->m_alsAeEnable = 0;
   user.service()->m_alsConfig.exposureTime = kShortExposureUs;
   user.init(kAls);
@@ -131,17 +125,16 @@ void als_default(Phone* phone) {
 }
 
 template <typename Service>
-void als_auto_exposure(Phone* phone) {
-  User<Service> user(phone);
+void als_auto_exposure() {
+  User<Service> user;
   user.init(kAls);
   for (int i = 0; i < 3; ++i) user.process(kAls);
   user.uninit(kAls);
 }
 
 template <typename Service>
-void calibrated_als(Phone* phone) {
-  phone->model("tamberlo").factory_file("\n\n\n\n\n\n1764\n3021\n1240\n8113\n0\n6350\n6511\n");
-  User<Service> user(phone);
+void calibrated_als() {
+  User<Service> user;
   user.init(kAls);
   tell_value("calibrated", user.service()->m_calibrationValid);
   user.process(kAls);
@@ -152,22 +145,16 @@ void calibrated_als(Phone* phone) {
 }
 
 template <typename Service>
-void flicker(Phone* phone) {
-  User<Service> user(phone);
+void flicker() {
+  User<Service> user;
   user.init(kFlicker);
   for (int i = 0; i < 2; ++i) user.process(kFlicker);
   user.uninit(kFlicker);
 }
 
-// Makes the chip's flicker detector answer at once, with 250 Hz.
-void let_detector_answer(Phone* phone) {
-  phone->chip().pin(0x35, 0x3F).pin(0x36, 0xC0).pin(0x37, 0xFF).pin(0x38, 0x00).pin(0x39, 0x0C);
-}
-
 template <typename Service>
-void als_beside_flicker(Phone* phone) {
-  let_detector_answer(phone);
-  User<Service> user(phone);
+void als_beside_flicker() {
+  User<Service> user;
   user.init(kAls);
   user.init(kFlicker);
   tell("StartExpFLK", user.service()->StartExpFLK());
@@ -181,8 +168,8 @@ void als_beside_flicker(Phone* phone) {
 }
 
 template <typename Service>
-void reset(Phone* phone) {
-  User<Service> user(phone);
+void reset() {
+  User<Service> user;
   user.init(kAls);
   user.process(kAls);
   tell("ResetDevice", user.service()->ResetDevice());
@@ -197,7 +184,7 @@ void reset(Phone* phone) {
 // Init and Uninit.
 class BareDriver : public User<SpectralSensorDevice> {
  public:
-  explicit BareDriver(Phone* phone) : User(phone) {
+  BareDriver() {
     tell("Enable", driver()->VD6281_Enable(true));
     tell("VD6281_Init", driver()->VD6281_Init());
   }
@@ -207,16 +194,15 @@ class BareDriver : public User<SpectralSensorDevice> {
   }
 };
 
-void detector(Phone* phone) {
-  let_detector_answer(phone);
-  BareDriver user(phone);
+void detector() {
+  BareDriver user;
   VD6281_FlickerInfo_t info = {};
   tell("GetFlickerFrequency_Ref", user.driver()->VD6281_GetFlickerFrequency_Ref(&info, 1));
   tell_value("frequency", info.frequency);
 }
 
-void wrapped_als(Phone* phone) {
-  BareDriver user(phone);
+void wrapped_als() {
+  BareDriver user;
   AmbientLightSensor als;
   unsigned int applied = 0;
   tell("SetSamplingPeriod", als.SetSamplingPeriod(205000, &applied));
@@ -225,7 +211,7 @@ void wrapped_als(Phone* phone) {
     tell("SetExposureTime", als.SetExposureTime(100000, &config.exposureTime));
     tell("SetGain", als.SetGain(VD6281_CHANNEL_1, 2.5f, &config.channelGain[0]));
     tell("StartAls", als.Enable(true, mode));
-    pause_ms(phone, 500);
+    std::this_thread::sleep_for(kHalfSecond);
     ALSResult result = {};
     tell("GetAlsValues", als.GetAlsValues(config, &result));
     user.tell_result(result);
@@ -233,9 +219,8 @@ void wrapped_als(Phone* phone) {
   }
 }
 
-void wrapped_flicker(Phone* phone) {
-  let_detector_answer(phone);
-  BareDriver user(phone);
+void wrapped_flicker() {
+  BareDriver user;
   FlickerSensor flicker;
   float gain = 0.0f;
   unsigned short saturation = 0;
@@ -252,8 +237,8 @@ void wrapped_flicker(Phone* phone) {
   tell("StopFlicker", flicker.Enable(false));
 }
 
-void controls(Phone* phone) {
-  BareDriver user(phone);
+void controls() {
+  BareDriver user;
   SpectralSensorDevice* driver = user.driver();
   struct Setting {
     VD6281_Control_Id_t id;
@@ -273,7 +258,7 @@ void controls(Phone* phone) {
   tell("GetInterMeasurementTime", driver->VD6281_GetInterMeasurementTime(&period));
   tell("RdMultipleBytes", driver->VD6281_RdMultipleBytes(0xFE, bytes, 4));
   tell("StartAls", driver->VD6281_Start(VD6281_MODE_ALS_SINGLE_SHOT, 0x3F));
-  pause_ms(phone, 500);
+  std::this_thread::sleep_for(kHalfSecond);
   VD6281_Als_t values = {};
   unsigned char ready = 0;
   tell("GetAlsValues", driver->VD6281_GetAlsValues_Ref(0x3F, &values, &ready));
@@ -281,8 +266,8 @@ void controls(Phone* phone) {
   tell("StopAls", driver->VD6281_Stop(VD6281_MODE_ALS_SINGLE_SHOT));
 }
 
-void dump(Phone* phone) {
-  User<SpectralSensorDevice> user(phone);
+void dump() {
+  User<SpectralSensorDevice> user;
   user.init(kFlicker);
   tell("StartExpFLK", user.service()->StartExpFLK());
   tell("QuilInit", user.driver()->VD6281_QuilInit());
@@ -290,31 +275,31 @@ void dump(Phone* phone) {
   tell("QuilResetRdBuf", user.driver()->VD6281_QuilResetRdBuf());
   tell("QuilDump", user.driver()->VD6281_QuilDumpFlickerDataToFile(500));
   tell("QuilTunnelTerminate", user.driver()->VD6281_QuilTunnelTerminate());
-  tell_value("dumped", static_cast<long>(phone->dumped(spectralsim::Node::kUnparsedFile).size()));
   tell("StopExpFLK", user.service()->StopExpFLK());
   user.uninit(kFlicker);
 }
 
 template <typename Service>
 void add_all_of(const std::string& facade, std::vector<Session>* all) {
-  all->push_back({facade + " bring-up", bring_up<Service>});
-  all->push_back({facade + " ALS default", als_default<Service>});
-  all->push_back({facade + " ALS auto-exposure", als_auto_exposure<Service>});
-  all->push_back({facade + " calibrated ALS", calibrated_als<Service>});
-  all->push_back({facade + " flicker", flicker<Service>});
-  all->push_back({facade + " ALS beside flicker", als_beside_flicker<Service>});
-  all->push_back({facade + " reset", reset<Service>});
+  all->push_back({facade + " bring-up", Furnished::kPlain, bring_up<Service>});
+  all->push_back({facade + " ALS default", Furnished::kPlain, als_default<Service>});
+  all->push_back({facade + " ALS auto-exposure", Furnished::kPlain, als_auto_exposure<Service>});
+  all->push_back({facade + " calibrated ALS", Furnished::kCalibrated, calibrated_als<Service>});
+  all->push_back({facade + " flicker", Furnished::kPlain, flicker<Service>});
+  all->push_back(
+      {facade + " ALS beside flicker", Furnished::kDetectorAnswers, als_beside_flicker<Service>});
+  all->push_back({facade + " reset", Furnished::kPlain, reset<Service>});
 }
 
 std::vector<Session> make_sessions() {
   std::vector<Session> all;
   add_all_of<SpectralSensorDevice>("device", &all);
   add_all_of<SpectralSensor>("layered", &all);
-  all.push_back({"driver detector", detector});
-  all.push_back({"driver controls", controls});
-  all.push_back({"driver dump", dump});
-  all.push_back({"wrapper AmbientLightSensor", wrapped_als});
-  all.push_back({"wrapper FlickerSensor", wrapped_flicker});
+  all.push_back({"driver detector", Furnished::kDetectorAnswers, detector});
+  all.push_back({"driver controls", Furnished::kPlain, controls});
+  all.push_back({"driver dump", Furnished::kPlain, dump});
+  all.push_back({"wrapper AmbientLightSensor", Furnished::kPlain, wrapped_als});
+  all.push_back({"wrapper FlickerSensor", Furnished::kDetectorAnswers, wrapped_flicker});
   return all;
 }
 

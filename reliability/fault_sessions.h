@@ -9,15 +9,21 @@
 #include <string>
 #include <vector>
 
-#include "simulator/phone.h"
-
 namespace sweep {
 
 constexpr char kClientTag[] = "client";
 
+// What the phone has for a session.
+enum class Furnished {
+  kPlain,
+  kCalibrated,       // a factory file, and the model that it is for
+  kDetectorAnswers,  // the chip's flicker detector answers at once, with 250 Hz
+};
+
 struct Session {
   std::string name;  // begins with the facade
-  void (*run)(spectralsim::Phone*);
+  Furnished furnished;
+  void (*play)();
 };
 
 const std::vector<Session>& sessions();
