@@ -153,6 +153,12 @@ class SPECTRAL_EXPORT SpectralSensorDevice {
   /// -22 after a failure. Mode 2 (flicker) always returns 0, about 1.1 s later: failures are
   /// logged, and output->flicker holds what the measurement has given. A null `output`, or any
   /// other mode, returns -22.
+  ///
+  /// A signal handler that runs on this thread while a flicker measurement reads the tunnel can
+  /// interrupt the read; with SA_RESTART it depends on the tunnel's driver. The samples end there:
+  /// the log has the warning that reading failed, the strengths are those of the samples until
+  /// then, 0 if there were none, and `valid` is 1. Block signals on this thread where that matters.
+  /// No other operation is changed by signals.
   int Process(int mode, SpectralSensorOutput* output);
 
   /// Starts a single-shot ALS measurement on m_alsChannelMask. Returns 0, or -22 (logged).
@@ -409,9 +415,9 @@ class SPECTRAL_EXPORT SpectralSensorDevice {
   int VD6281_QuilResetRdBuf();
 
   /// Gathers len_ms / 10 flicker payloads of 160 bytes and returns the buffer of them. There are
-  /// fewer when the stream ends or the flicker enable flag is cleared. Returns null without a
-  /// device, for more than 1000 ms, or when no packet begins where one should (the last two are
-  /// logged).
+  /// fewer when the stream ends, a signal interrupts the read (logged) or the flicker enable flag is
+  /// cleared. Returns null without a device, for more than 1000 ms, or when no packet begins where
+  /// one should (the last two are logged).
   unsigned char* VD6281_GetFlickerDataBuffer(unsigned int len_ms);
 
   /// Tears the streams down and closes the tunnel and the dump files. Returns 0, -4 or the failed

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "reliability/fault_rules.h"
+#include "reliability/furnish.h"
 #include "spectral_sensor.h"
 #include "support/heap.h"
 
@@ -140,14 +141,6 @@ Lines run_disturbed(const Session& session, Cut cut, const Reference& reference,
 }
 
 }  // namespace
-
-void furnish(Furnished furnished, Phone* phone) {
-  if (furnished == Furnished::kCalibrated) {
-    phone->model("tamberlo").factory_file("\n\n\n\n\n\n1764\n3021\n1240\n8113\n0\n6350\n6511\n");
-  } else if (furnished == Furnished::kDetectorAnswers) {
-    phone->chip().pin(0x35, 0x3F).pin(0x36, 0xC0).pin(0x37, 0xFF).pin(0x38, 0x00).pin(0x39, 0x0C);
-  }
-}
 
 Reference reference_of(const Session& session, Cut cut) {
   Phone phone;

@@ -11,8 +11,6 @@
 
 namespace sweep {
 
-void furnish(Furnished furnished, spectralsim::Phone* phone);
-
 // The traces of two undisturbed runs of a session, one after the other on the same phone.
 struct Reference {
   spectralsim::Trace first;

@@ -13,6 +13,7 @@
 #include <iterator>
 #include <string>
 
+#include "platform/android.h"
 #include "reliability/arguments.h"
 #include "reliability/fault_sessions.h"
 #include "spectral_sensor.h"
@@ -29,7 +30,9 @@ constexpr char kHelp[] =
     "behind each session: \"done\", its open descriptors, its mapped files, and 1 if the library "
     "kept\n"
     "an instance or its device record.\n"
-    "  --alarm          a SIGALRM each millisecond, whose handler was set without SA_RESTART\n"
+    "  --alarm          each session twice, first with a SIGALRM each millisecond, whose handler "
+    "was\n"
+    "                   set without SA_RESTART\n"
     "  --alarm-restart  the same with SA_RESTART\n"
     "  --list           prints the names of the sessions\n";
 
@@ -52,7 +55,24 @@ bool library_kept_something() {
          SpectralSensorDevice::m_VD6281Device[0].state != VD6281_STATE_NONE;
 }
 
-bool play(const std::string& name) {
+// Sends a SIGALRM each `interval_us` microseconds, or none if that is 0.
+void send_alarms(int interval_us) {
+  const itimerval each = {{0, interval_us}, {0, interval_us}};
+  setitimer(ITIMER_REAL, &each, nullptr);
+}
+
+void handle_alarms(int flags) {
+  struct sigaction action = {};
+  action.sa_handler = [](int) {};
+  action.sa_flags = flags;
+  sigaction(SIGALRM, &action, nullptr);
+}
+
+void tell(const char* what, const std::string& name) {
+  __android_log_print(spectral::kLogInfo, sweep::kClientTag, "%s: %s", what, name.c_str());
+}
+
+bool play(const std::string& name, bool is_disturbed) {
   const auto& all = sweep::sessions();
   const auto found = std::find_if(all.begin(), all.end(),
                                   [&](const Session& session) { return session.name == name; });
@@ -60,20 +80,18 @@ bool play(const std::string& name) {
     std::fprintf(stderr, "session_client: no session \"%s\"\n", name.c_str());
     return false;
   }
+  if (is_disturbed) {
+    tell("disturbed", name);
+    send_alarms(1000);
+    found->play();
+    send_alarms(0);
+  }
+  tell("undisturbed", name);
   found->play();
   std::printf("done %ld %ld %d\n", count_descriptors(), count_mapped_files(),
               library_kept_something() ? 1 : 0);
   std::fflush(stdout);
   return true;
-}
-
-void send_alarms(int flags) {
-  struct sigaction action = {};
-  action.sa_handler = [](int) {};
-  action.sa_flags = flags;
-  sigaction(SIGALRM, &action, nullptr);
-  const itimerval each_ms = {{0, 1000}, {0, 1000}};
-  setitimer(ITIMER_REAL, &each_ms, nullptr);
 }
 
 int list() {
@@ -88,18 +106,19 @@ int main(int argc, char** argv) {
   const std::string option = argc > 1 ? argv[1] : "";
   if (option == "--help") return sweep::show_help(kHelp, 0);
   if (option == "--list") return list();
-  if (option == "--alarm" || option == "--alarm-restart") {
-    send_alarms(option == "--alarm" ? 0 : SA_RESTART);
+  const bool is_disturbed = option == "--alarm" || option == "--alarm-restart";
+  if (is_disturbed) {
+    handle_alarms(option == "--alarm" ? 0 : SA_RESTART);
     ++first;
   } else if (option.rfind("--", 0) == 0) {
     return sweep::show_help(kHelp, 2);
   }
   for (int i = first; i < argc; ++i) {
-    if (!play(argv[i])) return 2;
+    if (!play(argv[i], is_disturbed)) return 2;
   }
   if (first < argc) return 0;
   for (std::string name; std::getline(std::cin, name);) {
-    if (!play(name)) return 2;
+    if (!play(name, is_disturbed)) return 2;
   }
   return 0;
 }

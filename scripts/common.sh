@@ -7,7 +7,7 @@ export CTEST_PARALLEL_LEVEL
 
 build_packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libkissfft-dev
   libcli11-dev libsndfile1-dev gnuplot-nox libfuse3-dev fuse3 bubblewrap)
-test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils strace)
 format_packages=(clang-format blueprint-tools)
 tidy_packages=(clang clang-tidy)
 clang_packages=(clang libclang-rt-dev)

@@ -36,9 +36,12 @@ std::vector<std::string> environment(const Kernel& kernel) {
 
 }  // namespace
 
-int KernelNodes::run(const std::vector<std::string>& command) {
+int KernelNodes::run(Command command) {
   FuseNodes nodes(m_phone, owner());
-  Sandbox sandbox(nodes.places(), {command, environment(m_phone->kernel())});
+  for (const std::string& variable : environment(m_phone->kernel())) {
+    command.environment.push_back(variable);
+  }
+  Sandbox sandbox(nodes.places(), command);
   allow_many_descriptors();
   nodes.serve(sandbox.take_fuse());
   return sandbox.wait();

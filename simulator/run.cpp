@@ -46,7 +46,7 @@ int run_on_kernel_nodes(const Settings& settings, const std::vector<std::string>
   Phone phone;
   set_up(settings, &phone);
   KernelNodes nodes(&phone);
-  const int status = nodes.run(command);
+  const int status = nodes.run({command, {}});
   if (!write_trace(settings, phone)) throw std::runtime_error("cannot write " + settings.trace);
   return status;
 }

@@ -203,6 +203,7 @@ void build(const std::vector<Place>& places, const Command& command, int socket)
     const std::size_t end = variable.find('=');
     setenv(variable.substr(0, end).c_str(), variable.c_str() + end + 1, 1);
   }
+  if (dup2(command.input, 0) < 0 || dup2(command.output, 1) < 0) fail("dup2");
   execvp(kBubblewrap, pointers(&arguments).data());
   fail(kBubblewrap);
 }

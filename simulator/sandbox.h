@@ -17,6 +17,8 @@ namespace spectralsim {
 struct Command {
   std::vector<std::string> arguments;    // the program and its arguments
   std::vector<std::string> environment;  // "NAME=VALUE"; replaces the variables of these names
+  int input = 0;                         // the descriptors of its standard input and output
+  int output = 1;
 };
 
 class Sandbox {

@@ -87,6 +87,7 @@ std::optional<std::string> property_from_file(const std::string& key) {
 extern "C" {
 
 // Writes one line to stderr and to the log file in logcat's brief format, with a single write each.
+// The file gets the message as it is, with a line end of its own if it has one.
 SPECTRALHOST_EXPORT int __android_log_print(int priority, const char* tag, const char* format,
                                             ...) {
   static const int lowest = lowest_priority_shown();
@@ -101,10 +102,11 @@ SPECTRALHOST_EXPORT int __android_log_print(int priority, const char* tag, const
   const int body = std::vsnprintf(line + length, sizeof line - length, format, arguments);
   va_end(arguments);
   length = std::min(length + static_cast<std::size_t>(std::max(body, 0)), sizeof line - 1);
+  line[length] = '\n';
+  if (file >= 0 && write(file, line, length + 1) < 0) return -1;
+  if (priority < lowest) return 0;
   while (length > 0 && line[length - 1] == '\n') --length;  // logcat adds the line end itself
   line[length++] = '\n';
-  if (file >= 0 && write(file, line, length) < 0) return -1;
-  if (priority < lowest) return 0;
   std::fwrite(line, 1, length, stderr);
   return static_cast<int>(length);
 }
