@@ -32,6 +32,16 @@ void bind_entries(const fs::path& folder, const std::string& tmp, Arguments* arg
   for (const fs::path& entry : entries) bind_entry(entry, tmp, arguments);
 }
 
+// Makes the folders above `file` that are not there yet, below `folder`; each is made once.
+void make_folders(const fs::path& folder, const fs::path& file, std::set<fs::path>* made,
+                  Arguments* arguments) {
+  fs::path parent = folder;
+  for (const fs::path& name : file.lexically_relative(folder).parent_path()) {
+    parent /= name;
+    if (made->insert(parent).second) append(arguments, {"--perms", "0755", "--dir", parent});
+  }
+}
+
 // A path with its deepest folder that exists, whose links are resolved.
 struct Split {
   fs::path folder;
@@ -50,10 +60,12 @@ Split split(const fs::path& path) {
 Arguments root_arguments(const std::vector<Place>& places, const std::string& nodes,
                          const std::string& tmp) {
   std::set<fs::path> replaced;  // a folder comes before the folders in it
+  std::set<fs::path> made;
   Arguments binds;
   for (const Place& place : places) {
     const auto [folder, rest] = split(place.path);
     if (!fs::exists(place.path) && folder != "/") replaced.insert(folder);
+    make_folders(folder, folder / rest, &made, &binds);
     append(&binds, {"--bind", nodes + "/" + place.file, folder / rest});
   }
   Arguments arguments;

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs spectralsim as its users do: its arguments, exit statuses and signals, and what it leaves behind.
 # The arguments are the build folder and the front: kernel or preload.
+# shellcheck disable=SC2046,SC2086  # a command is several words
 set -euo pipefail
 build=$1 front=$2
 folder=$(mktemp -d)
@@ -84,6 +85,28 @@ if [ "$front" = kernel ]; then
   for _ in $(seq 100); do [ "$(processes)" = 0 ] || sleep 0.05; done
   [ "$(processes)" = 0 ] || fail "processes are left"
 fi
-rm -f "$folder"/{trace,scene.json,factory,raw,*flicker_data*,waits.sh,both}
+# Other users. The nodes belong to user system and group camera, as on a phone.
+as_user() { echo setpriv "--reuid=$1" "--regid=$2" --clear-groups; }
+if [ "$front" = kernel ] && [ "$(id -u)" = 0 ]; then
+  if $(as_user 65534 65534) test -x "$build/spectralsensorctl"; then
+    expect 0 'infrared' $(as_user 1000 1000) "$build/spectralsensorctl" als
+    expect 0 'infrared' $(as_user 65534 1006) "$build/spectralsensorctl" als
+    expect 1 'iridel_enable: Permission denied' $(as_user 65534 65534) "$build/spectralsensorctl" als
+    grep -q '^Try as root' "$folder/err" || fail "no hint"
+    # Without root spectralsim needs a /dev/fuse that is open to all, and says so where it is not.
+    cat >"$folder/open_fuse.sh" <<'TEXT'
+mknod -m "$1" "$2/fuse$1" c 10 229 && mount --bind "$2/fuse$1" /dev/fuse && shift 2 && exec "$@"
+TEXT
+    other="unshare --mount bash $folder/open_fuse.sh"
+    run="$(as_user 65534 65534) $build/spectralsim run --nodes kernel"
+    $other 666 "$folder" $run "$build/spectralsensorctl" als >"$folder/out" 2>"$folder/err" || fail "no phone without root"
+    grep -q infrared "$folder/out" || fail "no reading without root"
+    ! $other 600 "$folder" $run true >"$folder/out" 2>"$folder/err" || fail "a phone by a closed /dev/fuse"
+    grep -q "root's alone" "$folder/err" || fail "no word about /dev/fuse"
+  else
+    echo "other users cannot reach $build: not tested"
+  fi
+fi
+rm -f "$folder"/{fuse600,fuse666,trace,scene.json,factory,raw,*flicker_data*,waits.sh,open_fuse.sh,both}
 diff "$folder/mounts" /proc/self/mountinfo || fail "the machine's mounts have changed"
 ls -A / /dev /mnt /tmp | diff "$folder/tree" - || fail "files are left"
