@@ -1,6 +1,6 @@
 // Prints what the library costs. The exit status is 1 if the library issues or allocates more than
 // it must, or if a benchmark fails; the times do not matter. With "--run SESSION TIMES" the program
-// only runs one session, for a profiler.
+// only runs one session, for a profiler; with "--record FILE" it writes the calls of each session.
 
 #include <benchmark/benchmark.h>
 
@@ -8,7 +8,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "benchmarks/sessions.h"
+#include "benchmarks/in_process.h"
+#include "benchmarks/print.h"
 #include "benchmarks/table.h"
 
 int main(int argc, char** argv) {
@@ -16,6 +17,9 @@ int main(int argc, char** argv) {
     if (bench::run_session(argv[2], std::atoi(argv[3]))) return 0;
     std::fprintf(stderr, "no session \"%s\"\n", argv[2]);
     return 2;
+  }
+  if (argc == 3 && std::string(argv[1]) == "--record") {
+    return bench::write_recording(argv[2]) ? 0 : 1;
   }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;

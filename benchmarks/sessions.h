@@ -1,22 +1,51 @@
 #pragma once
 
-#include <string>
+// The sessions whose cost is measured, on whatever phone the program runs.
 
-// The costs of the library's operations on the simulated phone, next to their floors.
+#include <vector>
+
+#include "benchmarks/floor.h"
+#include "spectral_sensor_device.h"
 
 namespace bench {
 
-class Table;
+// A sensor with one client of each mode if `clients` is set.
+class WarmSensor {
+ public:
+  explicit WarmSensor(bool clients);
+  ~WarmSensor();
+  WarmSensor(const WarmSensor&) = delete;
+  WarmSensor& operator=(const WarmSensor&) = delete;
 
-// Prints the numbers of system calls and allocations of each operation. Returns whether they are as
-// low as they must be.
-bool print_counts();
+  SpectralSensorDevice* operator->() { return m_sensor; }
+  void process(int mode) { m_sensor->Process(mode, &m_output); }
+  int exposure_ms() const { return static_cast<int>(m_sensor->m_alsConfig.exposureTime / 1000); }
 
-// Registers the benchmarks of every operation, and sets its mark in `table`.
-void register_sessions(Table* table);
+ private:
+  SpectralSensorDevice* m_sensor;
+  bool m_clients;
+  SpectralSensorOutput m_output = {};
+};
 
-// Runs one of the sessions `times` times, for a profiler that counts instructions. `name` is as in
-// the table; with "/floor" appended it runs the floor. Returns false for an unknown name.
-bool run_session(const std::string& name, int times);
+// The numbers of calls that an operation cannot do without.
+struct Minimum {
+  int writes;
+  int register_reads;
+  int others;  // opens, closes, reads and tunnel requests; not the reads of its stream
+};
+
+struct Session {
+  const char* name;
+  bool clients;
+  Waits waits;
+  Minimum minimum;
+  void (*prepare)(WarmSensor* sensor);
+  void (*run)(WarmSensor* sensor);
+};
+
+// The time that the chip takes to have a result ready behind the exposure.
+constexpr int kReadOutTimeMs = 12;
+
+const std::vector<Session>& sessions();
 
 }  // namespace bench

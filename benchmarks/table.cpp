@@ -1,5 +1,7 @@
 #include "benchmarks/table.h"
 
+#include "benchmarks/print.h"
+
 #include <cstdio>
 
 namespace bench {
@@ -64,14 +66,6 @@ void Table::Finalize() {
     print_row(figure, row.library_ns > 0 ? time_text(row.library_ns) : "",
               row.floor_ns > 0 ? time_text(row.floor_ns) : "", remark_on(figure, row));
   }
-}
-
-void print_head() { print_row("figure", "library", "floor", ""); }
-
-void print_row(const std::string& figure, const std::string& library, const std::string& floor,
-               const std::string& remark) {
-  std::printf("%-58s %12s %12s  %s\n", figure.c_str(), library.c_str(), floor.c_str(),
-              remark.c_str());
 }
 
 }  // namespace bench

@@ -35,8 +35,4 @@ class Table : public benchmark::BenchmarkReporter {
   bool m_has_failed = false;
 };
 
-void print_head();
-void print_row(const std::string& figure, const std::string& library, const std::string& floor,
-               const std::string& remark);
-
 }  // namespace bench

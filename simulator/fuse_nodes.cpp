@@ -438,6 +438,7 @@ void FuseNodes::Service::serve(int fuse_fd) {
   char* arguments[] = {name, nullptr};
   fuse_args empty = FUSE_ARGS_INIT(1, arguments);
   m_session = fuse_session_new(&empty, &operations, sizeof operations, this);
+  fuse_opt_free_args(&empty);
   const std::string mounted = "/dev/fd/" + std::to_string(fuse_fd);
   if (m_session == nullptr || fuse_session_mount(m_session, mounted.c_str()) != 0) {
     throw std::runtime_error("libfuse does not take the mount of the nodes");

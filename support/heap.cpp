@@ -33,8 +33,14 @@ namespace {
 std::atomic<long> g_blocks{0};
 std::atomic<long> g_allocations{0};
 
+#ifdef SPECTRAL_WITHOUT_SIMULATOR
+bool is_in_simulator() { return false; }
+#else
+bool is_in_simulator() { return spectralsim::Phone::is_inside(); }
+#endif
+
 void count_allocation() {
-  if (!spectralsim::Phone::is_inside()) g_allocations.fetch_add(1, std::memory_order_relaxed);
+  if (!is_in_simulator()) g_allocations.fetch_add(1, std::memory_order_relaxed);
 }
 
 std::atomic<int> g_until_failure{0};
@@ -43,7 +49,7 @@ std::atomic<bool> g_has_failed{false};
 // Whether this allocation is the one that is to fail.
 bool fails_now() {
   if (g_until_failure.load(std::memory_order_relaxed) == 0) return false;
-  if (spectralsim::Phone::is_inside() || g_until_failure.fetch_sub(1) != 1) return false;
+  if (is_in_simulator() || g_until_failure.fetch_sub(1) != 1) return false;
   g_has_failed = true;
   return true;
 }
