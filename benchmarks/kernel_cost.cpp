@@ -30,7 +30,7 @@ constexpr double kMostTimes = 1.05;
 int pairs_of(const std::string& session) {
   static const std::map<std::string, int> pairs = {{"Process(1), default", 200},
                                                    {"Process(1), auto-exposure", 60},
-                                                   {"Process(2)", 5},
+                                                   {"Process(2)", 8},
                                                    {"Init to Uninit", 100}};
   return pairs.at(session);
 }
@@ -144,16 +144,24 @@ class Pairs {
   std::unique_ptr<Floor> m_floor;
 };
 
-int run(const std::string& recording, bool marks) {
-  const auto recorded = read_recording(recording);
+struct Request {
+  std::string recording;
+  bool once = false;
+  std::string session;  // empty: all of them
+  int pairs = 0;
+};
+
+int run(const Request& request) {
+  const auto recorded = read_recording(request.recording);
   bool frugal = true;
   for (const Session& session : sessions()) {
+    if (!request.session.empty() && request.session != session.name) continue;
     Pairs pairs(session, recorded.at(session.name));
-    if (marks) {
+    if (request.once) {
       pairs.mark();
       continue;
     }
-    pairs.print(pairs_of(session.name));
+    pairs.print(request.pairs > 0 ? request.pairs : pairs_of(session.name));
     frugal = pairs.print_allocations() && frugal;
     std::fflush(stdout);
   }
@@ -165,13 +173,20 @@ int run(const std::string& recording, bool marks) {
 }  // namespace bench
 
 int main(int argc, char** argv) {
-  const bool marks = argc == 3 && std::string(argv[2]) == "--once";
-  if (argc != 2 && !marks) {
-    std::fprintf(stderr, "kernel_cost RECORDING [--once]; scripts/bench runs it\n");
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  bench::Request request;
+  if (!arguments.empty()) request.recording = arguments[0];
+  request.once = arguments.size() == 2 && arguments[1] == "--once";
+  if (arguments.size() == 3) {
+    request.session = arguments[1];
+    request.pairs = std::atoi(argv[3]);
+  }
+  if (arguments.empty() || (arguments.size() > 1 && !request.once && request.pairs < 1)) {
+    std::fprintf(stderr, "kernel_cost RECORDING [--once | SESSION PAIRS]; scripts/bench runs it\n");
     return 2;
   }
   try {
-    return bench::run(argv[1], marks);
+    return bench::run(request);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "kernel_cost: %s\n", error.what());
     return 2;
