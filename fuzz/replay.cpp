@@ -38,6 +38,9 @@ bool run(const std::string& path) {
 }  // namespace
 
 int main(int count, char** arguments) {
+#ifdef FUZZ_ON_KERNEL_NODES
+  fuzz::enter_places(arguments);
+#endif
   const std::vector<std::string> places(arguments + 1, arguments + count);
   if (LLVMFuzzerInitialize(&count, &arguments) != 0) return 1;
   int ran = 0;

@@ -12,6 +12,9 @@
 #include <type_traits>
 #include <utility>
 
+#ifdef FUZZ_ON_KERNEL_NODES
+#include "fuzz/on_kernel_nodes.h"
+#endif
 #include "simulator/phone.h"
 #include "spectral_sensor.h"
 
@@ -71,8 +74,9 @@ class FaultScript {
   int m_gone_well = 0;
 };
 
-// Aborts the program when an input takes longer than ten seconds of real time. libFuzzer's own time
-// limit does not serve, because it would read the clock of the simulated phone.
+// Aborts the program when an input takes longer than ten seconds of real time, or two minutes on
+// the kernel's own nodes, where the phone's time is real. libFuzzer's own time limit does not
+// serve, because it would read the clock of the simulated phone.
 class Watch {
  public:
   Watch();
@@ -102,6 +106,9 @@ class Bench {
   static void check_record();
 
   spectralsim::Phone phone;
+#ifdef FUZZ_ON_KERNEL_NODES
+  OnKernelNodes nodes{&phone};
+#endif
   SpectralSensorDevice* device = nullptr;
   SpectralSensor* layered = nullptr;
 

@@ -81,7 +81,8 @@ class __attribute__((visibility("default"))) Phone {
   // Whether this thread runs inside the simulator now.
   static bool is_inside();
 
-  // Descriptors of the phone's nodes that are open now.
+  // Descriptors of the phone's nodes that are open now. On the kernel's own nodes the kernel tells
+  // of a close a moment after it has returned.
   int open_descriptors() const;
 
  private:
