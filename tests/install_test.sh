@@ -45,9 +45,11 @@ done
 # Under an emulator the tool cannot start itself again on the simulator, so it only shows its help.
 if [ -z "${EMULATOR-}" ]; then
   SPECTRALSIM_TIME=virtual "$folder/prefix/bin/spectralsensorctl" --simulate flicker 2>/dev/null | has ' 0x20 '
+  "$folder/prefix/bin/spectralsim" run --nodes preload --time virtual -- "$folder/prefix/bin/spectralsensorctl" flicker 2>/dev/null |
+    has ' 0x20 '
 else
   "$EMULATOR" "$folder/prefix/bin/spectralsensorctl" --help | has SYNOPSIS
 fi
-for file in man/man1/spectralsensorctl.1 bash-completion/completions/spectralsensorctl; do
+for file in man/man1/spectralsensorctl.1 man/man1/spectralsim.1 bash-completion/completions/spectralsensorctl; do
   [ -s "$folder/prefix/share/$file" ] || { echo "no $file"; exit 1; }
 done

@@ -51,6 +51,11 @@ for command in "${commands[@]}"; do
     [[ " $(completions spectralsensorctl $command --) " == *" $option "* ]] || complain "$command $option does not complete"
   done
 done
+# spectralsim's page knows its options as well.
+simulator_page=$(sed -E 's/Fl -/--/g' "$source/simulator/spectralsim.1")
+for option in $(${EMULATOR-} "$(dirname "$program")/spectralsim" run --help | grep -oE -- '^  (-h,)?--[a-z-]+' | grep -oE -- '--[a-z-]+'); do
+  [ "$option" = --help ] || [[ $simulator_page == *".It $option"* ]] || complain "spectralsim(1) does not describe $option"
+done
 [ "$count" -gt 30 ] || complain "only $count options found"
 
 expect "moonlight mains-50hz mains-60hz mixed (-o filenames)" --simulate = m
