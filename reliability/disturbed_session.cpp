@@ -3,12 +3,11 @@
 #include <dlfcn.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <iterator>
 #include <utility>
 
 #include "reliability/fault_rules.h"
 #include "reliability/furnish.h"
+#include "reliability/process.h"
 #include "spectral_sensor.h"
 #include "support/heap.h"
 
@@ -79,11 +78,6 @@ bool last_power_switch_was_refused(const Trace& trace) {
     if (switches) refused = is_refused(event);
   }
   return refused;
-}
-
-long count_descriptors() {
-  const std::filesystem::directory_iterator entries("/proc/self/fd");
-  return std::distance(begin(entries), end(entries));
 }
 
 // Returns whether the last capture failed although at least one capture lies between it and the

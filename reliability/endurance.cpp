@@ -10,15 +10,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "reliability/arguments.h"
+#include "reliability/process.h"
 #include "simulator/phone.h"
 #include "spectral_sensor.h"
 #include "support/heap.h"
@@ -42,18 +41,13 @@ struct Footprint {
   long blocks = 0;
 };
 
-long entries_of(const char* folder) {
-  const std::filesystem::directory_iterator entries(folder);
-  return std::distance(begin(entries), end(entries));
-}
-
 // Returns the least of several counts, since a joined thread is still listed for a moment.
 long count_threads() {
   constexpr int kLooks = 5000;
-  long least = entries_of("/proc/self/task");
+  long least = sweep::count_entries("/proc/self/task");
   for (int i = 0; i < kLooks && least > 1; ++i) {
     std::this_thread::yield();
-    least = std::min(least, entries_of("/proc/self/task"));
+    least = std::min(least, sweep::count_entries("/proc/self/task"));
   }
   return least;
 }
@@ -62,7 +56,7 @@ Footprint footprint() {
   std::ifstream statm("/proc/self/statm");
   long pages = 0;
   statm >> pages >> pages;
-  return {pages * (sysconf(_SC_PAGESIZE) / 1024), entries_of("/proc/self/fd"), count_threads(),
+  return {pages * (sysconf(_SC_PAGESIZE) / 1024), sweep::count_descriptors(), count_threads(),
           heap::live_blocks()};
 }
 

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <random>
 
@@ -15,6 +14,7 @@
 #include "reliability/disturbed_session.h"
 #include "reliability/fault_rules.h"
 #include "reliability/fault_sessions.h"
+#include "reliability/process.h"
 #include "simulator/phone.h"
 #include "spectral_sensor.h"
 #include "support/heap.h"
@@ -34,15 +34,6 @@ using sweep::Session;
 using Lines = std::vector<std::string>;
 
 constexpr int kMostReports = 20;
-
-long count_file_mappings() {
-  std::ifstream maps("/proc/self/maps");
-  long count = 0;
-  for (std::string line; std::getline(maps, line);) {
-    count += line.find('/') != std::string::npos ? 1 : 0;
-  }
-  return count;
-}
 
 class Sweep {
  public:
@@ -71,7 +62,7 @@ class Sweep {
 
   std::size_t run(const Session& session, Cut cut) {
     sweep::reference_of(session, cut);  // lets the process allocate what it makes once and keeps
-    const long mappings = count_file_mappings();
+    const long mappings = sweep::count_mapped_files();
     const Reference reference = sweep::reference_of(session, cut);
     const Trace& trace = reference.first;
     for (const std::string& line : sweep::needless_messages(trace)) {
@@ -91,7 +82,7 @@ class Sweep {
     }
     for (int i = 0; i < kPairs[m_whole ? 1 : 0]; ++i) check_pair(session, cut, reference);
     const bool is_sanitized = heap::live_blocks() < 0;  // a sanitizer maps files of its own
-    if (!is_sanitized && count_file_mappings() > mappings) {
+    if (!is_sanitized && sweep::count_mapped_files() > mappings) {
       report(session, cut, {}, {"file mappings lost"});
     }
     return calls;

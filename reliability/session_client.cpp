@@ -6,16 +6,13 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <string>
 
 #include "platform/android.h"
 #include "reliability/arguments.h"
 #include "reliability/fault_sessions.h"
+#include "reliability/process.h"
 #include "spectral_sensor.h"
 #include "spectral_sensor_device.h"
 
@@ -35,20 +32,6 @@ constexpr char kHelp[] =
     "                   set without SA_RESTART\n"
     "  --alarm-restart  the same with SA_RESTART\n"
     "  --list           prints the names of the sessions\n";
-
-long count_descriptors() {
-  const std::filesystem::directory_iterator entries("/proc/self/fd");
-  return std::distance(begin(entries), end(entries));
-}
-
-long count_mapped_files() {
-  std::ifstream maps("/proc/self/maps");
-  long count = 0;
-  for (std::string line; std::getline(maps, line);) {
-    count += line.find('/') != std::string::npos ? 1 : 0;
-  }
-  return count;
-}
 
 bool library_kept_something() {
   return SpectralSensorDevice::m_pInstance != nullptr || SpectralSensor::m_pInstance != nullptr ||
@@ -88,7 +71,7 @@ bool play(const std::string& name, bool is_disturbed) {
   }
   tell("undisturbed", name);
   found->play();
-  std::printf("done %ld %ld %d\n", count_descriptors(), count_mapped_files(),
+  std::printf("done %ld %ld %d\n", sweep::count_descriptors(), sweep::count_mapped_files(),
               library_kept_something() ? 1 : 0);
   std::fflush(stdout);
   return true;

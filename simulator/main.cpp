@@ -30,23 +30,17 @@ constexpr char kRunFooter[] =
     "cannot be run or found; 2 if the arguments are wrong or the phone cannot be set up.\n"
     "Example: spectralsim run --scene daylight -- spectralsensorctl als";
 
-// Accepts what spectralsim::Fault::parse does.
-std::string check_fault(const std::string& text) {
-  try {
-    spectralsim::Fault::parse(text);
-  } catch (const std::invalid_argument& error) {
-    return error.what();
-  }
-  return "";
-}
-
-std::string check_scene(const std::string& name) {
-  try {
-    spectralsim::Scene::named_or_file(name);
-  } catch (const std::invalid_argument& error) {
-    return error.what();
-  }
-  return "";
+// A check of CLI11: the text of the exception with which `use(text)` refuses it, or an empty one.
+template <typename Use>
+auto refusal_by(Use use) {
+  return [use](const std::string& text) -> std::string {
+    try {
+      use(text);
+    } catch (const std::invalid_argument& error) {
+      return error.what();
+    }
+    return "";
+  };
 }
 
 std::string check_analysis(const std::string& path) {
@@ -72,7 +66,7 @@ void add_run(CLI::App* app, Options* options) {
       ->check(CLI::IsMember({"auto", "kernel", "preload"}))
       ->capture_default_str();
   run->add_option("--scene", settings.scene, "The light: a built-in scene, or a JSON file.")
-      ->check(check_scene)
+      ->check(refusal_by(spectralsim::Scene::named_or_file))
       ->type_name("NAME|FILE")
       ->capture_default_str();
   run->add_option("--cut", settings.cut, "The chip's silicon cut.")
@@ -91,7 +85,7 @@ void add_run(CLI::App* app, Options* options) {
   run->add_option("--fault", settings.faults,
                   "A call that fails, as call:node[@0xREGISTER][#COUNT[+]|#every]"
                   "[=ERRNO|=RESULT|=+DELAYms]. May be given several times.")
-      ->check(check_fault)
+      ->check(refusal_by(spectralsim::Fault::parse))
       ->type_name("FAULT")
       ->allow_extra_args(false);
   run->add_option("--trace", settings.trace,
