@@ -415,9 +415,9 @@ class SPECTRAL_EXPORT SpectralSensorDevice {
   int VD6281_QuilResetRdBuf();
 
   /// Gathers len_ms / 10 flicker payloads of 160 bytes and returns the buffer of them. There are
-  /// fewer when the stream ends, a signal interrupts the read (logged) or the flicker enable flag is
-  /// cleared. Returns null without a device, for more than 1000 ms, or when no packet begins where
-  /// one should (the last two are logged).
+  /// fewer when the stream ends, a signal interrupts the read (logged) or the flicker enable flag
+  /// is cleared. Returns null without a device, for more than 1000 ms, or when no packet begins
+  /// where one should (the last two are logged).
   unsigned char* VD6281_GetFlickerDataBuffer(unsigned int len_ms);
 
   /// Tears the streams down and closes the tunnel and the dump files. Returns 0, -4 or the failed
