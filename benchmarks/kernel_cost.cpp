@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -50,7 +51,8 @@ double cost_us(Run run) {
 }
 
 double at(const std::vector<double>& sorted, double part) {
-  return sorted[static_cast<std::size_t>(part * static_cast<double>(sorted.size() - 1) + 0.5)];
+  return sorted[static_cast<std::size_t>(
+      std::lround(part * static_cast<double>(sorted.size() - 1)))];
 }
 
 std::string text_of(const char* format, double value) {

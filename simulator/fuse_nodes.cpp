@@ -1,5 +1,3 @@
-#define FUSE_USE_VERSION 314
-
 #include "simulator/fuse_nodes.h"
 
 #include <fcntl.h>
@@ -19,6 +17,7 @@
 #include <thread>
 
 #include "simulator/kernel.h"
+#include "simulator/pollers.h"
 
 namespace spectralsim {
 
@@ -136,7 +135,6 @@ class FuseNodes::Service {
 
   struct stat attributes_of(fuse_ino_t inode) const;
   off_t size_of(const File& file) const;
-  void notify_pollers();
 
   // The operations of the file system, each for one request of the kernel.
   static void on_lookup(fuse_req_t request, fuse_ino_t parent, const char* name);
@@ -163,16 +161,7 @@ class FuseNodes::Service {
   fuse_session* m_session = nullptr;
   std::thread m_loop;
 
-  // Those who poll the tunnel, and the thread that tells them when it has something.
-  struct Poller {
-    fuse_pollhandle* handle;
-    std::chrono::steady_clock::time_point due;
-  };
-  std::mutex m_poll_mutex;
-  std::condition_variable m_poll_wake;
-  std::vector<Poller> m_pollers;
-  bool m_ends = false;
-  std::thread m_notifier;
+  std::unique_ptr<Pollers> m_pollers = std::make_unique<Pollers>();  // ends before the session
 };
 
 FuseNodes::Service::Service(Phone* phone, Owner owner)
@@ -197,14 +186,9 @@ FuseNodes::Service::~Service() {
     // Closing the connection ends the loop's reads.
     fuse_session_unmount(m_session);
     m_loop.join();
+    m_pollers.reset();
     fuse_session_destroy(m_session);
   }
-  {
-    const std::lock_guard<std::mutex> lock(m_poll_mutex);
-    m_ends = true;
-    m_poll_wake.notify_all();
-  }
-  if (m_notifier.joinable()) m_notifier.join();
   if (m_library >= 0) close(m_library);
 }
 
@@ -265,11 +249,12 @@ void FuseNodes::Service::on_getattr(fuse_req_t request, fuse_ino_t inode, fuse_f
 // it for ">".
 void FuseNodes::Service::on_setattr(fuse_req_t request, fuse_ino_t inode, struct stat* wanted,
                                     int which, fuse_file_info* info) {
-  if ((which & (FUSE_SET_ATTR_MODE | FUSE_SET_ATTR_UID | FUSE_SET_ATTR_GID)) != 0) {
+  const File* file = file_of(inode);
+  if (file == nullptr ||
+      (which & (FUSE_SET_ATTR_MODE | FUSE_SET_ATTR_UID | FUSE_SET_ATTR_GID)) != 0) {
     fuse_reply_err(request, EPERM);
     return;
   }
-  const File* file = file_of(inode);
   const bool is_dump = file->node == Node::kUnparsedFile || file->node == Node::kDumpFile;
   if ((which & FUSE_SET_ATTR_SIZE) != 0 && is_dump && info != nullptr &&
       ftruncate(fd_of(info), wanted->st_size) != 0) {
@@ -371,37 +356,11 @@ void FuseNodes::Service::on_poll(fuse_req_t request, fuse_ino_t inode, fuse_file
     events = kernel_of(request)->is_readable(fd_of(info), &again_in_ns) ? POLLIN | POLLRDNORM : 0;
   }
   if (handle != nullptr && events == 0) {
-    Service* const self = of(request);
-    const std::lock_guard<std::mutex> lock(self->m_poll_mutex);
-    self->m_pollers.push_back(
-        {handle, std::chrono::steady_clock::now() + std::chrono::nanoseconds(again_in_ns)});
-    self->m_poll_wake.notify_all();
+    of(request)->m_pollers->wake_later(handle, std::chrono::nanoseconds(again_in_ns));
   } else if (handle != nullptr) {
     fuse_pollhandle_destroy(handle);
   }
   fuse_reply_poll(request, events);
-}
-
-// Wakes each poller when it is due; it then asks again.
-void FuseNodes::Service::notify_pollers() {
-  std::unique_lock<std::mutex> lock(m_poll_mutex);
-  while (!m_ends) {
-    const auto now = std::chrono::steady_clock::now();
-    auto next = now + std::chrono::hours(1);
-    std::vector<Poller> waiting;
-    for (const Poller& poller : m_pollers) {
-      if (poller.due > now) {
-        waiting.push_back(poller);
-        next = std::min(next, poller.due);
-      } else {
-        fuse_lowlevel_notify_poll(poller.handle);
-        fuse_pollhandle_destroy(poller.handle);
-      }
-    }
-    m_pollers = std::move(waiting);
-    m_poll_wake.wait_until(lock, next);
-  }
-  for (const Poller& poller : m_pollers) fuse_pollhandle_destroy(poller.handle);
 }
 
 // A close(2) waits for its flush, and so has a result and a place in the trace.
@@ -443,7 +402,6 @@ void FuseNodes::Service::serve(int fuse_fd) {
   if (m_session == nullptr || fuse_session_mount(m_session, mounted.c_str()) != 0) {
     throw std::runtime_error("libfuse does not take the mount of the nodes");
   }
-  m_notifier = std::thread([this] { notify_pollers(); });
   m_loop = std::thread([this] {
     fuse_loop_config* const how = fuse_loop_cfg_create();
     fuse_loop_cfg_set_max_threads(how, kMostThreads);

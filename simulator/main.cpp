@@ -52,19 +52,9 @@ struct Options {
   std::string nodes = "auto";
 };
 
-void add_run(CLI::App* app, Options* options) {
-  CLI::App* const run = app->add_subcommand(
-      "run",
-      "Runs a command on a simulated phone, and exits as the command does: with its exit status, "
-      "or with 128 and the number of the signal that ended it.");
-  Settings& settings = options->settings;
-  run->add_option("--nodes", options->nodes,
-                  "kernel: the kernel serves the phone's nodes, for any program and its child "
-                  "processes (needs /dev/fuse and bubblewrap). preload: a library in front of libc "
-                  "serves them, for a program that is linked to libc at run time. auto: kernel "
-                  "where it can be, else preload.")
-      ->check(CLI::IsMember({"auto", "kernel", "preload"}))
-      ->capture_default_str();
+// The options that say what the phone is like.
+void add_phone(CLI::App* run, Settings* phone) {
+  Settings& settings = *phone;
   run->add_option("--scene", settings.scene, "The light: a built-in scene, or a JSON file.")
       ->check(refusal_by(spectralsim::Scene::named_or_file))
       ->type_name("NAME|FILE")
@@ -88,11 +78,27 @@ void add_run(CLI::App* app, Options* options) {
       ->check(refusal_by(spectralsim::Fault::parse))
       ->type_name("FAULT")
       ->allow_extra_args(false);
+  run->add_flag_callback(
+      "--no-sensor", [&settings] { settings.has_sensor = false; }, "A phone without the sensor.");
+}
+
+void add_run(CLI::App* app, Options* options) {
+  CLI::App* const run = app->add_subcommand(
+      "run",
+      "Runs a command on a simulated phone, and exits as the command does: with its exit status, "
+      "or with 128 and the number of the signal that ended it.");
+  Settings& settings = options->settings;
+  run->add_option("--nodes", options->nodes,
+                  "kernel: the kernel serves the phone's nodes, for any program and its child "
+                  "processes (needs /dev/fuse and bubblewrap). preload: a library in front of libc "
+                  "serves them, for a program that is linked to libc at run time. auto: kernel "
+                  "where it can be, else preload.")
+      ->check(CLI::IsMember({"auto", "kernel", "preload"}))
+      ->capture_default_str();
+  add_phone(run, &settings);
   run->add_option("--trace", settings.trace,
                   "Writes every call on the phone's nodes and every log line to this file.")
       ->type_name("FILE");
-  run->add_flag_callback(
-      "--no-sensor", [&settings] { settings.has_sensor = false; }, "A phone without the sensor.");
   run->add_option("--time", settings.time,
                   "real, or virtual: sleeps take no time (with --nodes preload only).")
       ->check(CLI::IsMember({"real", "virtual"}))

@@ -2,10 +2,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <stdexcept>
 
 #include "simulator/preloading.h"
@@ -33,9 +35,9 @@ constexpr int kNotRunExit = 126;
   set_up(settings, std::make_unique<Phone>().get());  // throws what the command would end with
   preload_simulator();
   for (const auto& [name, value] : to_environment(settings)) setenv(name.c_str(), value.c_str(), 1);
-  std::vector<char*> arguments;
-  for (std::string& argument : command) arguments.push_back(argument.data());
-  arguments.push_back(nullptr);
+  std::vector<char*> arguments(command.size() + 1);
+  std::transform(command.begin(), command.end(), arguments.begin(),
+                 [](std::string& argument) { return argument.data(); });
   become(arguments.data());
 }
 

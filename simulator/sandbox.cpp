@@ -21,6 +21,7 @@
 #include <stdexcept>
 
 #include "simulator/fuse_nodes.h"
+#include "simulator/messages.h"
 
 namespace spectralsim {
 
@@ -38,10 +39,6 @@ constexpr char kFuseByte = 'f';
 constexpr char kCommandByte = 'c';
 constexpr char kFailureByte = '!';
 
-[[noreturn]] void fail(const std::string& what) {
-  throw std::runtime_error(what + ": " + std::strerror(errno));
-}
-
 // The signals that are passed on to the command. The others stop, continue or end this process.
 sigset_t signals_to_pass_on() {
   sigset_t signals;
@@ -51,61 +48,6 @@ sigset_t signals_to_pass_on() {
     sigdelset(&signals, signal);
   }
   return signals;
-}
-
-void send_with(int socket, char byte, const void* bytes, std::size_t size, int descriptor) {
-  std::string text(1, byte);
-  text.append(static_cast<const char*>(bytes), size);
-  iovec part = {text.data(), text.size()};
-  alignas(cmsghdr) char control[CMSG_SPACE(sizeof descriptor)] = {};
-  msghdr message = {};
-  message.msg_iov = &part;
-  message.msg_iovlen = 1;
-  if (descriptor >= 0) {
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    cmsghdr* const header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = SOL_SOCKET;
-    header->cmsg_type = SCM_RIGHTS;
-    header->cmsg_len = CMSG_LEN(sizeof descriptor);
-    std::memcpy(CMSG_DATA(header), &descriptor, sizeof descriptor);
-  }
-  if (sendmsg(socket, &message, MSG_NOSIGNAL) < 0) fail("sendmsg");
-}
-
-// One message from the sandbox; its text is empty when everything there has ended.
-struct Message {
-  std::string text;
-  int descriptor = -1;
-  pid_t sender = -1;
-};
-
-Message receive(int socket) {
-  char text[1024] = {};
-  iovec part = {text, sizeof text};
-  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int)) + CMSG_SPACE(sizeof(ucred))] = {};
-  msghdr header = {};
-  header.msg_iov = &part;
-  header.msg_iovlen = 1;
-  header.msg_control = control;
-  header.msg_controllen = sizeof control;
-  ssize_t count = -1;
-  do {
-    count = recvmsg(socket, &header, MSG_CMSG_CLOEXEC);
-  } while (count < 0 && errno == EINTR);
-  if (count < 0) fail("recvmsg");
-  Message message;
-  message.text.assign(text, static_cast<std::size_t>(count));
-  for (cmsghdr* each = CMSG_FIRSTHDR(&header); each != nullptr; each = CMSG_NXTHDR(&header, each)) {
-    if (each->cmsg_type == SCM_RIGHTS) {
-      std::memcpy(&message.descriptor, CMSG_DATA(each), sizeof message.descriptor);
-    } else if (each->cmsg_type == SCM_CREDENTIALS) {
-      ucred credentials = {};
-      std::memcpy(&credentials, CMSG_DATA(each), sizeof credentials);
-      message.sender = credentials.pid;
-    }
-  }
-  return message;
 }
 
 void write_file(const char* path, const std::string& text) {
@@ -197,7 +139,7 @@ void build(const std::vector<Place>& places, const Command& command, int socket)
   const int root = file_of_arguments(root_arguments(places, kNodesFolder, kOuterTmp));
   std::vector<std::string> arguments = bubblewrap_arguments(root, command, folder, socket);
   const int fuse = mount_nodes();
-  send_with(socket, kFuseByte, "", 0, fuse);
+  send_message(socket, kFuseByte, "", fuse);
   close(fuse);
   for (const std::string& variable : command.environment) {
     const std::size_t end = variable.find('=');
@@ -224,9 +166,10 @@ bool is_in_path(const std::string& program) {
 std::string Sandbox::why_not() {
   const int fuse = open(kFusePath, O_RDWR | O_CLOEXEC);
   if (fuse < 0) {
-    const std::string why = std::string(kFusePath) + ": " + std::strerror(errno);
-    if (errno == ENOENT) return why + " (modprobe fuse; Debian package fuse3)";
-    if (errno == EACCES) return why + " (it is root's alone on this machine; run as root)";
+    const int error = errno;
+    std::string why = std::string(kFusePath) + ": " + std::strerror(error);
+    if (error == ENOENT) why += " (modprobe fuse; Debian package fuse3)";
+    if (error == EACCES) why += " (it is root's alone on this machine; run as root)";
     return why;
   }
   close(fuse);
@@ -250,12 +193,12 @@ Sandbox::Sandbox(const std::vector<Place>& places, const Command& command) {
       close(m_socket);
       build(places, command, sockets[1]);
     } catch (const std::exception& error) {
-      send_with(sockets[1], kFailureByte, error.what(), std::strlen(error.what()), -1);
+      send_message(sockets[1], kFailureByte, error.what());
     }
     _exit(1);
   }
   close(sockets[1]);
-  const Message message = receive(m_socket);
+  const Message message = receive_message(m_socket);
   m_fuse = message.descriptor;
   if (m_fuse < 0) {
     throw std::runtime_error(message.text.empty() ? "the sandbox's builder has ended"
@@ -283,7 +226,7 @@ void Sandbox::pass_on(int signal) const {
 }
 
 int Sandbox::wait() {
-  const Message message = receive(m_socket);
+  const Message message = receive_message(m_socket);
   if (message.text.empty()) throw std::runtime_error("bubblewrap could not start the command");
   if (message.text[0] == kFailureByte) throw std::runtime_error(message.text.substr(1));
   m_command = message.sender;
@@ -304,7 +247,7 @@ int Sandbox::wait() {
 void Sandbox::enter(const char* socket_number) {
   const int socket = std::atoi(socket_number);
   fcntl(socket, F_SETFD, FD_CLOEXEC);
-  send_with(socket, kCommandByte, "", 0, -1);
+  send_message(socket, kCommandByte);
   sigset_t none;
   sigemptyset(&none);
   pthread_sigmask(SIG_SETMASK, &none, nullptr);

@@ -52,7 +52,7 @@ void know_all_variables() {
     if (std::find(known.begin(), known.end(), name) != known.end()) continue;
     std::string list;
     for (const std::string& each : known) list += (list.empty() ? "" : ", ") + each;
-    throw std::invalid_argument("no variable " + name + "; there are " + list);
+    throw std::invalid_argument(std::string("no variable ").append(name) + "; there are " + list);
   }
 }
 
