@@ -125,13 +125,13 @@ bool print_counts_of(const Session& session) {
   return least && same && frugal;
 }
 
-void measure_library(benchmark::State& state, const Session& session) {
+[[maybe_unused]] void measure_library(benchmark::State& state, const Session& session) {
   Bench bench(session);
   bench.phone().keep_trace(false);
   while (state.KeepRunning()) bench.run();
 }
 
-void measure_floor(benchmark::State& state, const Session& session) {
+[[maybe_unused]] void measure_floor(benchmark::State& state, const Session& session) {
   Bench bench(session);
   const auto floor = bench.floor();
   bench.phone().keep_trace(false);
