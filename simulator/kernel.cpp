@@ -327,7 +327,8 @@ ssize_t Kernel::write(int fd, const void* buffer, std::size_t size) {
   event.text.assign(static_cast<const char*>(buffer), size);
   const bool writable = event.node == Node::kWriteByte || event.node == Node::kEnable;
   const long result = writable ? take_write(&event) : fail_with(EINVAL);
-  if (result > 0) syscall(SYS_lseek, fd, result, SEEK_CUR);
+  // Only what reads as a file has a position that counts.
+  if (result > 0 && event.node == Node::kEnable) syscall(SYS_lseek, fd, result, SEEK_CUR);
   return finish(std::move(event), result);
 }
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -23,12 +24,19 @@ using spectralsim::Settings;
 
 constexpr int kUsageExit = 2;
 constexpr char kRunFooter[] =
-    "The options come before COMMAND [ARGUMENT...]; \"--\" may stand between them. The variables "
-    "of "
-    "the preloaded simulator, such as SPECTRALSIM_SCENE, give the defaults of the options.\n"
-    "Exit status: the command's; 128 and the number of the signal that ended it; 126 or 127 if it "
-    "cannot be run or found; 2 if the arguments are wrong or the phone cannot be set up.\n"
+    "The options come before the command. The variables of the preloaded simulator, such as\n"
+    "SPECTRALSIM_SCENE, give the defaults of the options.\n"
+    "Exit status: the command's; 128 and the number of the signal that ended it; 126 or 127\n"
+    "if it cannot be run or found; 2 if the arguments are wrong or the phone cannot be set up.\n"
     "Example: spectralsim run --scene daylight -- spectralsensorctl als";
+
+// Shows the command behind the options, which CLI11 does not parse.
+class RunHelp : public CLI::Formatter {
+ public:
+  std::string make_usage(const CLI::App*, std::string) const override {
+    return "\nUsage: spectralsim run [OPTIONS] [--] COMMAND [ARGUMENT...]\n";
+  }
+};
 
 // A check of CLI11: the text of the exception with which `use(text)` refuses it, or an empty one.
 template <typename Use>
@@ -107,6 +115,7 @@ void add_run(CLI::App* app, Options* options) {
                   "The folder that keeps what the phone's /data gets: the dump files.")
       ->check(CLI::ExistingDirectory.description(""))
       ->type_name("DIR");
+  run->formatter(std::make_shared<RunHelp>());
   run->footer(kRunFooter);
 }
 
@@ -130,6 +139,9 @@ int run_tool(int argc, char** argv) {
       "spectralsim");
   app.set_version_flag("--version", SPECTRAL_VERSION);
   app.require_subcommand(1);
+  app.failure_message([](const CLI::App*, const CLI::Error& error) {
+    return "spectralsim: " + std::string(error.what()) + "\nTry spectralsim run --help.\n";
+  });
   Options options;
   options.settings = spectralsim::from_environment();
   add_run(&app, &options);
@@ -143,8 +155,9 @@ int run_tool(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) != 0 ? kUsageExit : 0;
   }
-  if (command.empty())
-    throw std::invalid_argument("a command is needed; try spectralsim run --help");
+  if (command.empty()) {
+    throw std::invalid_argument("a command is needed\nTry spectralsim run --help.");
+  }
   return spectralsim::run(options.settings, options.nodes, command);
 }
 
