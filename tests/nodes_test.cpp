@@ -82,15 +82,23 @@ void set_up_stream(int tunnel) {
   ASSERT_EQ(error_of_ioctl(tunnel, kSetUpStream, flicker), 0);
 }
 
-TEST(Nodes, RegistersAreReadOnlyWithPowerAndAtMost32AtATime) {
+TEST(Nodes, RegistersAreThereOnlyWithPowerAndAtMost32AtATime) {
   power(false);
   EXPECT_EQ(read_register(0), -EIO);
+  EXPECT_EQ(error_of_write(File(kWriteByte, O_WRONLY).fd(), "0x2a05"), EIO);
   power(true);
-  EXPECT_EQ(read_register(0), 0x70);
   const File device(kDevice, O_RDWR);
   Registers block;
-  block.count = 33;
-  EXPECT_EQ(error_of_ioctl(device.fd(), kReadRegisters, &block), EINVAL);
+  block.mode = 0;
+  block.count = 2;
+  block.address[1] = 1;
+  EXPECT_EQ(error_of_ioctl(device.fd(), kReadRegisters, &block), 0);
+  EXPECT_EQ(block.value[0], 0x70u);
+  EXPECT_EQ(block.value[1], 0xBCu);
+  for (const std::uint32_t count : {0u, 33u}) {
+    block.count = count;
+    EXPECT_EQ(error_of_ioctl(device.fd(), kReadRegisters, &block), EINVAL) << count;
+  }
   EXPECT_EQ(error_of_ioctl(device.fd(), 0x5401, &block), ENOTTY);
   std::uint32_t words[4] = {};
   EXPECT_EQ(error_of_ioctl(device.fd(), kSetUpStream, words), ENOTTY);

@@ -195,48 +195,6 @@ class SimulatedKernel : public ::testing::Test {
   spectralsim::Phone phone;
 };
 
-TEST_F(SimulatedKernel, RegisterWritesNeedPowerAndAnOpenDescriptor) {
-  phone.chip().power(true);
-  const int fd = open(spectral::kWriteBytePath, O_WRONLY);
-  ASSERT_GE(fd, 0);
-  const auto writes = [&](const std::string& text) { return write(fd, text.data(), text.size()); };
-  EXPECT_EQ(writes(std::string("0x3fe3\0", 7)), 7);
-  EXPECT_EQ(writes("0x2f01\n"), 7);
-  EXPECT_EQ(phone.chip().peek(0x3F), 0xE3);
-  EXPECT_EQ(phone.chip().peek(0x2F), 0x01);
-  phone.chip().power(false);
-  EXPECT_EQ(writes("0x2f00"), -1);
-  EXPECT_EQ(errno, EIO);
-  EXPECT_EQ(close(fd), 0);
-  EXPECT_EQ(close(fd), -1) << "the descriptor is closed";
-  EXPECT_EQ(phone.open_descriptors(), 0);
-}
-
-TEST_F(SimulatedKernel, ReadsListsOfUpTo32Registers) {
-  phone.chip().power(true);
-  phone.chip().pin(0x10, 7).pin(0xFF, 9);
-  const int fd = open(spectral::kDevicePath, O_RDWR);
-  VD6281_Transfer_t block = {};
-  block.count = 2;
-  block.reg[0] = 0x10;
-  block.reg[1] = 0xFF;
-  EXPECT_EQ(ioctl(fd, spectral::kReadRegistersRequest, &block), 0);
-  EXPECT_EQ(block.data[0], 7u);
-  EXPECT_EQ(block.data[1], 9u);
-  for (const std::uint32_t count : {0u, 33u}) {
-    block.count = count;
-    EXPECT_EQ(ioctl(fd, spectral::kReadRegistersRequest, &block), -1);
-    EXPECT_EQ(errno, EINVAL);
-  }
-  EXPECT_EQ(ioctl(fd, 0x5401, &block), -1);
-  EXPECT_EQ(errno, ENOTTY);
-  phone.chip().power(false);
-  block.count = 1;
-  EXPECT_EQ(ioctl(fd, spectral::kReadRegistersRequest, &block), -1);
-  EXPECT_EQ(errno, EIO);
-  close(fd);
-}
-
 TEST_F(SimulatedKernel, PassesOtherFilesThrough) {
   const std::string path = ::testing::TempDir() + "spectral_other_file";
   std::ofstream(path) << "text";
